@@ -1,0 +1,103 @@
+// Server Info Provider: the records, interfaces and ids that a client compiles against.
+//
+// A host loads the module, asks DllGetClassObject for the class object of CLSID_ServerInfo, creates an instance and
+// asks it by name. docs/client-guide.md has the whole of it in twenty lines.
+//
+// Text      16-bit units ending in NUL.
+// Memory    whatever a call hands out is one CoTaskMemAlloc block for each string and array, and the caller's to free
+//           with CoTaskMemFree (OvFreeServerValue frees a whole value). On Linux such a block is malloc's, so that a
+//           client without the layer frees it with free.
+// Results   0 for a managed value, 1 (S_FALSE) for one of the local keys, negative for none. Test for negative.
+// Threads   an instance is free-threaded; queries of one instance run one at a time.
+#pragma once
+
+#include <cstddef>
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <unknwn.h>
+
+inline constexpr CLSID CLSID_ServerInfo = {
+    0x5833D5CB, 0x2254, 0x4F1D, {0x9B, 0x43, 0x03, 0x59, 0xD7, 0x0F, 0x95, 0x96}};
+inline constexpr IID IID_IOVServerInfo = {0xDC6DF02A, 0xE9C8, 0x4115, {0xBA, 0xDB, 0xF8, 0x12, 0xE4, 0xF1, 0x67, 0x3E}};
+inline constexpr IID IID_IOVServerInfo2 = {
+    0x33D03C39, 0xEA44, 0x47E3, {0xBF, 0x89, 0xA7, 0x77, 0xF8, 0x7D, 0x9D, 0x82}};
+
+// What a value is. Strings, DWORDs, 64-bit numbers and arrays cross the interfaces; the others stay inside.
+enum OV_VALUE_TYPE : DWORD {
+    OV_TYPE_NONE = 0,
+    OV_TYPE_LONG = 1,      // signed, low 32 bits of data
+    OV_TYPE_STRING = 2,    // data points to the text
+    OV_TYPE_ULONG = 3,     // low 32 bits of data
+    OV_TYPE_DWORD = 4,     // low 32 bits of data
+    OV_TYPE_GUID = 5,      // the 16 bytes of data and items
+    OV_TYPE_DOUBLE = 6,    // data
+    OV_TYPE_FILETIME = 7,  // data
+    OV_TYPE_BLOB = 8,      // data is the number of bytes, items points to them
+    OV_TYPE_UINT64 = 9,    // data
+    OV_TYPE_QWORD = 10,    // data
+    OV_TYPE_ARRAY = 11,    // low 32 bits of data are the number of elements, items points to them
+};
+
+// A tagged value in client form.
+struct OV_SERVER_VALUE {
+    DWORD type;              // an OV_VALUE_TYPE
+    ULONGLONG data;          // the number, the string's address, or the count
+    OV_SERVER_VALUE* items;  // the elements of an array, else null
+};
+
+// What `hr` of a record asks for on entry. Anything but the default request is an ordinary query.
+inline constexpr HRESULT OV_QUERY = 0;
+inline constexpr HRESULT OV_QUERY_DEFAULT = 2;  // the Default key alone; the store and the local key are passed over
+
+// One question of GetInfo, and its answer.
+struct OV_SERVER_INFO_EX {
+    LPCWSTR name;           // the item; stays the caller's
+    HRESULT hr;             // in: what is asked; out: 0 managed, 1 local, negative why there is no value
+    OV_SERVER_VALUE value;  // out; what it holds on entry is ignored and overwritten
+};
+
+static_assert(sizeof(OV_SERVER_VALUE) == 24 && offsetof(OV_SERVER_VALUE, data) == 8 &&
+              offsetof(OV_SERVER_VALUE, items) == 16);
+static_assert(sizeof(OV_SERVER_INFO_EX) == 40 && offsetof(OV_SERVER_INFO_EX, hr) == 8 &&
+              offsetof(OV_SERVER_INFO_EX, value) == 16);
+
+// Frees what a value owns. The fields stay as they are.
+inline void OvFreeServerValue(const OV_SERVER_VALUE& value) noexcept {
+    if (value.type == OV_TYPE_STRING) {
+        CoTaskMemFree(reinterpret_cast<void*>(static_cast<ULONG_PTR>(value.data)));
+    } else if (value.type == OV_TYPE_ARRAY) {
+        for (DWORD i = 0; value.items && i < static_cast<DWORD>(value.data); ++i) OvFreeServerValue(value.items[i]);
+        CoTaskMemFree(value.items);
+    }
+}
+
+// The text of a string value; null for none and for every other type.
+inline LPCWSTR OvServerValueText(const OV_SERVER_VALUE& value) noexcept {
+    return value.type == OV_TYPE_STRING ? reinterpret_cast<LPCWSTR>(static_cast<ULONG_PTR>(value.data)) : nullptr;
+}
+
+// Questions and changes, by name.
+struct IOVServerInfo : public IUnknown {
+    // Answers `count` records in place. 0 unless the whole call failed (0x80004003: records is null and count is not
+    // 0); each record has its own result in `hr`: 0x80070002 no such item, 0x8007000D a registry value of a type that
+    // no record can hold, 0x80070032 a stored value that does not cross the interfaces.
+    STDMETHOD(GetInfo)(DWORD count, OV_SERVER_INFO_EX* records) = 0;
+
+    // One DWORD. 0x80070057 for a null or empty name or a null pointer, 0x8007000D when the item has another type;
+    // *value is 0 then.
+    STDMETHOD(GetItemLong)(LPCWSTR name, DWORD* value) = 0;
+
+    // One string, the caller's to free with CoTaskMemFree. Failures as above, with *value null.
+    STDMETHOD(GetItemString)(LPCWSTR name, LPWSTR* value) = 0;
+
+    // Changes of the local key. Not served yet: each returns E_NOTIMPL and changes nothing.
+    STDMETHOD(SetItemLong)(LPCWSTR name, DWORD value) = 0;
+    STDMETHOD(SetItemString)(LPCWSTR name, LPCWSTR value) = 0;
+    STDMETHOD(DeleteItem)(LPCWSTR name) = 0;
+    STDMETHOD(SetItem)(LPCWSTR name, const OV_SERVER_VALUE* value) = 0;
+};
+
+// The same operations on the same table, under a second id.
+struct IOVServerInfo2 : public IOVServerInfo {};

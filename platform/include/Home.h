@@ -1,0 +1,20 @@
+// What a tool or a test must tell the home, and no Win32 call says: where the computer's state lies, and that several
+// registry writes belong together.
+#pragma once
+
+#include "win/types.h"
+
+// Points this process at another root (UTF-8 path of a folder; it need not exist, the first write makes it). Keys that
+// are open stay closed to everything but RegCloseKey. 87 for an empty path. Privileged hosts that must not be steered
+// simply do not call it.
+OVLAYER_API DWORD WINAPI OvSetRoot(const char* path);
+
+// The root in force, UTF-8, valid until the next OvSetRoot: $OV_ROOT (ignored for privileged programs), else
+// /var/lib/orvantis.
+OVLAYER_API const char* WINAPI OvRoot();
+
+// Between the two, what this thread writes to the registry is one transaction per hive; other threads and processes
+// wait with their writes and read what was there before. Ends with commit, or with everything taken back. Not nested:
+// 170 for a second begin. Where the home has no transactions, the writes happen one by one and `commit` FALSE gives 50.
+OVLAYER_API LSTATUS WINAPI OvBeginRegistryBatch();
+OVLAYER_API LSTATUS WINAPI OvEndRegistryBatch(BOOL commit);

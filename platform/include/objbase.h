@@ -1,0 +1,16 @@
+// COM memory and the texts of class ids.
+#pragma once
+
+#include "unknwn.h"
+#include "win/types.h"
+
+// The C library's own blocks: what CoTaskMemAlloc gave, free takes, so that a client without the layer can release it.
+OVLAYER_API LPVOID WINAPI CoTaskMemAlloc(SIZE_T size);
+OVLAYER_API LPVOID WINAPI CoTaskMemRealloc(LPVOID block, SIZE_T size);
+OVLAYER_API void WINAPI CoTaskMemFree(LPVOID block);
+
+// Braces, hyphens, upper case: 38 characters. The first gives a CoTaskMemAlloc string; the second counts the NUL and
+// gives 0 when the room is less than 39.
+OVLAYER_API HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR* text);
+OVLAYER_API int WINAPI StringFromGUID2(REFGUID id, LPOLESTR text, int room);
+OVLAYER_API HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID id);

@@ -1,0 +1,10 @@
+// The layer's door under the name of the platform's.
+#pragma once
+
+#include "win/types.h"
+
+#include "win/module.h"
+#include "win/registry.h"
+#include "win/sync.h"
+#include "win/text.h"
+#include "win/time.h"

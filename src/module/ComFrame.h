@@ -1,0 +1,204 @@
+// The small COM frame: reference counts, QueryInterface, class objects and aggregation, each written once.
+//
+//   class CThing : public CComObjectRootEx<CComMultiThreadModel>, public IThing {
+//       static std::span<const InterfaceEntry<CThing>> InterfaceMap() noexcept;   // the first entry is its IUnknown
+//       HRESULT FinalConstruct();   void FinalRelease();                          // the two-step creation and end
+//   };
+//
+// CComObject<CThing> is an instance of its own, CComAggObject<CThing> one inside another object; CreateInstance picks.
+//
+// Counts   every instance, and every reference to a class object beyond the module's own, counts on the module, so that
+//          DllCanUnloadNow can answer. The counts are atomic.
+#pragma once
+
+#include <atomic>
+#include <new>
+#include <span>
+
+#include "module/ComModule.h"
+#include "module/Failure.h"
+#include "module/Lock.h"
+
+template <class T>
+struct InterfaceEntry {
+    const IID& iid;
+    IUnknown* (*cast)(T*) noexcept;
+};
+
+// The cast of an InterfaceMap entry.
+template <class T, class Interface>
+IUnknown* InterfaceOf(T* object) noexcept {
+    return static_cast<Interface*>(object);
+}
+
+struct CComMultiThreadModel {
+    static LONG Increment(std::atomic<LONG>& count) noexcept { return ++count; }
+    static LONG Decrement(std::atomic<LONG>& count) noexcept { return --count; }
+};
+
+// What every class has: the count and the object's lock.
+template <class ThreadModel>
+class CComObjectRootEx {
+  public:
+    HRESULT InitLock() noexcept { return m_lock.Init(); }
+    HRESULT FinalConstruct() { return S_OK; }
+    void FinalRelease() {}
+
+  protected:
+    CComObjectRootEx() noexcept = default;
+    ~CComObjectRootEx() = default;
+
+    LONG AddReference() noexcept { return ThreadModel::Increment(m_references); }
+    LONG DropReference() noexcept { return ThreadModel::Decrement(m_references); }
+    // Far from zero: what the end of an object hands out and takes back must not end it again.
+    void Condemn() noexcept { m_references = -0x3FFFFFFF; }
+
+    // The object's one lock, recursive; the first in the module's lock order.
+    CCriticalSection m_lock;
+
+  private:
+    std::atomic<LONG> m_references{0};
+};
+
+// Ties a class to its id.
+template <class T, const CLSID* id>
+class CComCoClass {
+  public:
+    static const CLSID& ClassId() noexcept { return *id; }
+};
+
+template <class T>
+HRESULT FindInterface(T* object, REFIID iid, void** out) noexcept {
+    for (const InterfaceEntry<T>& entry : T::InterfaceMap()) {
+        if (iid == entry.iid || iid == IID_IUnknown) {
+            IUnknown* found = entry.cast(object);
+            found->AddRef();
+            *out = found;
+            return S_OK;
+        }
+    }
+    return E_NOINTERFACE;
+}
+
+// An instance of its own.
+template <class T>
+class CComObject : public T {
+  public:
+    CComObject() { CComModule::Lock(); }
+    virtual ~CComObject() {
+        this->Condemn();
+        this->FinalRelease();
+        CComModule::Unlock();
+    }
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
+        if (!object) return E_POINTER;
+        *object = nullptr;
+        return FindInterface<T>(this, iid, object);
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(this->AddReference()); }
+    STDMETHODIMP_(ULONG) Release() override {
+        const LONG left = this->DropReference();
+        if (left == 0) delete this;
+        return static_cast<ULONG>(left);
+    }
+
+    // FinalConstruct may hand out and drop references, so the count is not 0 while it runs.
+    HRESULT Construct() {
+        HRESULT hr = this->InitLock();
+        if (FAILED(hr)) return hr;
+        this->AddReference();
+        hr = Guarded([this] { return this->FinalConstruct(); });
+        this->DropReference();
+        return hr;
+    }
+};
+
+// The part of an aggregate that has the interfaces: its IUnknown is the outer object's.
+template <class T>
+class CComContainedObject : public T {
+  public:
+    explicit CComContainedObject(IUnknown* outer) noexcept : m_outer(outer) {}
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override { return m_outer->QueryInterface(iid, object); }
+    STDMETHODIMP_(ULONG) AddRef() override { return m_outer->AddRef(); }
+    STDMETHODIMP_(ULONG) Release() override { return m_outer->Release(); }
+
+  private:
+    IUnknown* m_outer;  // not counted: the outer object owns this one
+};
+
+// An instance inside another object. Its own IUnknown and count serve the outer object alone.
+template <class T>
+class CComAggObject : public IUnknown {
+  public:
+    explicit CComAggObject(IUnknown* outer) : m_contained(outer) { CComModule::Lock(); }
+    virtual ~CComAggObject() {
+        m_references = -0x3FFFFFFF;
+        m_contained.FinalRelease();
+        CComModule::Unlock();
+    }
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
+        if (!object) return E_POINTER;
+        *object = nullptr;
+        if (iid == IID_IUnknown) {
+            AddRef();
+            *object = static_cast<IUnknown*>(this);
+            return S_OK;
+        }
+        return FindInterface<T>(&m_contained, iid, object);
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_references); }
+    STDMETHODIMP_(ULONG) Release() override {
+        const LONG left = --m_references;
+        if (left == 0) delete this;
+        return static_cast<ULONG>(left);
+    }
+
+    HRESULT Construct() {
+        const HRESULT hr = m_contained.InitLock();
+        if (FAILED(hr)) return hr;
+        return Guarded([this] { return m_contained.FinalConstruct(); });
+    }
+
+  private:
+    CComContainedObject<T> m_contained;
+    std::atomic<LONG> m_references{0};
+};
+
+// Finishes a new instance and asks it for the interface; deletes it if either fails.
+template <class Object>
+HRESULT FinishInstance(Object* object, REFIID iid, void** out) noexcept {
+    if (!object) return E_OUTOFMEMORY;
+    HRESULT hr = Guarded([object] { return object->Construct(); });
+    if (SUCCEEDED(hr)) hr = object->QueryInterface(iid, out);
+    if (FAILED(hr)) delete object;
+    return hr;
+}
+
+// The creator of an instance of T, inside `outer` if that is given.
+template <class T>
+HRESULT CreateObject(IUnknown* outer, REFIID iid, void** out) noexcept {
+    return Guarded([&]() -> HRESULT {
+        if (outer) return FinishInstance(new (std::nothrow) CComAggObject<T>(outer), iid, out);
+        return FinishInstance(new (std::nothrow) CComObject<T>, iid, out);
+    });
+}
+
+// The class object. The module holds it from the first request to its end, and that reference does not keep the module
+// loaded; every further one does.
+class CComClassFactory final : public IClassFactory {
+  public:
+    explicit CComClassFactory(InstanceCreator create) noexcept : m_create(create) {}
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
+    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) Release() override;
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID iid, void** object) override;
+    STDMETHODIMP LockServer(BOOL lock) override;
+
+  private:
+    InstanceCreator m_create;
+    std::atomic<LONG> m_references{0};
+};

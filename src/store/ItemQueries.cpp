@@ -1,0 +1,76 @@
+// The questions of IOVServerInfo: an array of records, one number, one string.
+#include "module/Failure.h"
+#include "store/PolicyNames.h"
+#include "store/ServerInfo.h"
+
+namespace {
+
+// Lets a record bear the short name of a policy for as long as it is answered; the caller's own pointer comes back.
+class CReducedName {
+  public:
+    explicit CReducedName(OV_SERVER_INFO_EX& record) noexcept : m_record(record), m_callers(record.name) {
+        m_record.name = ReduceName(m_callers);
+    }
+    ~CReducedName() { m_record.name = m_callers; }
+    CReducedName(const CReducedName&) = delete;
+    CReducedName& operator=(const CReducedName&) = delete;
+
+  private:
+    OV_SERVER_INFO_EX& m_record;
+    LPCWSTR m_callers;
+};
+
+}  // namespace
+
+STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
+    OVTraceNS::CTraceScope scope("CServerInfo::GetInfo", 0);
+    return AtBoundary(scope, [&]() -> HRESULT {
+        if (count != 0 && !records) return E_POINTER;
+        CLockGuard lock(m_lock);
+        for (DWORD i = 0; i < count; ++i) AnswerRecord(records[i]);
+        return S_OK;
+    });
+}
+
+void CServerInfo::AnswerRecord(OV_SERVER_INFO_EX& record) noexcept {
+    const CReducedName reduced(record);
+    GetMachineValue(record);
+}
+
+STDMETHODIMP CServerInfo::GetItemLong(LPCWSTR name, DWORD* value) {
+    OVTraceNS::CTraceScope scope("CServerInfo::GetItemLong", 0);
+    return AtBoundary(scope, [&]() -> HRESULT {
+        if (!name || !*name || !value) return E_INVALIDARG;
+        *value = 0;
+        OV_SERVER_VALUE found;
+        const HRESULT hr = GetItemOfType(name, OV_TYPE_DWORD, found);
+        if (SUCCEEDED(hr)) *value = static_cast<DWORD>(found.data);
+        return hr;
+    });
+}
+
+STDMETHODIMP CServerInfo::GetItemString(LPCWSTR name, LPWSTR* value) {
+    OVTraceNS::CTraceScope scope("CServerInfo::GetItemString", 0);
+    return AtBoundary(scope, [&]() -> HRESULT {
+        if (!name || !*name || !value) return E_INVALIDARG;
+        *value = nullptr;
+        OV_SERVER_VALUE found;
+        const HRESULT hr = GetItemOfType(name, OV_TYPE_STRING, found);
+        if (SUCCEEDED(hr)) *value = const_cast<LPWSTR>(OvServerValueText(found));
+        return hr;
+    });
+}
+
+// The one record of a single-name question. Through GetInfo of the object's own interface, as any client would ask.
+HRESULT CServerInfo::GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value) {
+    OV_SERVER_INFO_EX record = {name, OV_QUERY, {}};
+    const HRESULT hr = GetInfo(1, &record);
+    if (FAILED(hr)) return hr;
+    if (FAILED(record.hr)) return record.hr;
+    if (record.value.type != type) {
+        FreeValue(record.value);
+        return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+    }
+    value = record.value;
+    return record.hr;
+}

@@ -1,0 +1,92 @@
+#include "store/PolicyMap.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kFirstTable = 16;
+
+bool SameBytes(wstr_view a, wstr_view b) noexcept {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(WCHAR)) == 0;
+}
+
+constexpr std::uint32_t TagOf(std::uint64_t hash) noexcept {
+    return static_cast<std::uint32_t>(hash >> 32);
+}
+
+}  // namespace
+
+bool CPolicyMap::Insert(CPolicyItem item) {
+    const CFoldedName name(item.name);
+    if ((m_entries.size() + 1) * 2 > m_slots.size()) GrowTable();
+    const std::size_t slot = SlotFor(name);
+    if (m_slots[slot].index != kFree) return false;
+    const std::size_t start = m_keys.size();
+    m_keys.insert(m_keys.end(), name.Text().begin(), name.Text().end());
+    try {
+        m_entries.push_back(
+            {std::move(item), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(name.Text().size())});
+    } catch (...) {
+        m_keys.resize(start);  // the key of an entry that is not there would only be lost room
+        throw;
+    }
+    m_slots[slot] = {TagOf(name.Hash()), static_cast<std::uint32_t>(m_entries.size() - 1)};
+    return true;
+}
+
+const CPolicyItem* CPolicyMap::Find(wstr_view name) const {
+    return Find(CFoldedName(name));
+}
+
+const CPolicyItem* CPolicyMap::Find(const CFoldedName& name) const noexcept {
+    if (m_slots.empty()) return nullptr;
+    const std::uint32_t index = m_slots[SlotFor(name)].index;
+    return index == kFree ? nullptr : &m_entries[index].item;
+}
+
+void CPolicyMap::Clear() noexcept {
+    m_entries.clear();
+    m_keys.clear();
+    m_slots.clear();
+    m_order.clear();
+}
+
+const CPolicyItem& CPolicyMap::At(std::size_t rank) const {
+    EnsureOrder();
+    return m_entries[m_order[rank]].item;
+}
+
+std::size_t CPolicyMap::SlotFor(const CFoldedName& name) const noexcept {
+    const std::size_t mask = m_slots.size() - 1;
+    const std::uint32_t tag = TagOf(name.Hash());
+    for (std::size_t at = static_cast<std::size_t>(name.Hash()) & mask;; at = (at + 1) & mask) {
+        const Slot slot = m_slots[at];
+        if (slot.index == kFree) return at;
+        if (slot.tag == tag && SameBytes(KeyOf(m_entries[slot.index]), name.Text())) return at;
+    }
+}
+
+void CPolicyMap::GrowTable() {
+    std::vector<Slot> slots(m_slots.empty() ? kFirstTable : m_slots.size() * 2, Slot{0, kFree});
+    const std::size_t mask = slots.size() - 1;
+    for (std::uint32_t index = 0; index < m_entries.size(); ++index) {
+        const std::uint64_t hash = CFoldedName::HashFolded(KeyOf(m_entries[index]));
+        std::size_t at = static_cast<std::size_t>(hash) & mask;
+        while (slots[at].index != kFree) at = (at + 1) & mask;
+        slots[at] = {TagOf(hash), index};
+    }
+    m_slots.swap(slots);
+}
+
+void CPolicyMap::EnsureOrder() const {
+    if (m_order.size() == m_entries.size()) return;
+    std::vector<std::uint32_t> order(m_entries.size());
+    std::iota(order.begin(), order.end(), 0u);
+    const auto before = [this](std::uint32_t a, std::uint32_t b) { return KeyOf(m_entries[a]) < KeyOf(m_entries[b]); };
+    // A source often delivers its items in key order already.
+    if (!std::is_sorted(order.begin(), order.end(), before)) std::sort(order.begin(), order.end(), before);
+    m_order.swap(order);
+}
