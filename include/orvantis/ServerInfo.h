@@ -12,11 +12,23 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 
 #include <windows.h>
 
 #include <objbase.h>
 #include <unknwn.h>
+
+// A literal of 16-bit text, the same in both homes: OV_TEXT("LogonPolicy").
+#define OV_TEXT(literal) OvPickText(L##literal, u##literal)
+template <class Wide, class Unicode>
+constexpr LPCWSTR OvPickText(Wide wide, Unicode unicode) noexcept {
+    if constexpr (std::is_same_v<Wide, LPCWSTR>) {
+        return wide;
+    } else {
+        return unicode;
+    }
+}
 
 inline constexpr CLSID CLSID_ServerInfo = {
     0x5833D5CB, 0x2254, 0x4F1D, {0x9B, 0x43, 0x03, 0x59, 0xD7, 0x0F, 0x95, 0x96}};

@@ -18,3 +18,8 @@ OVLAYER_API const char* WINAPI OvRoot();
 // 170 for a second begin. Where the home has no transactions, the writes happen one by one and `commit` FALSE gives 50.
 OVLAYER_API LSTATUS WINAPI OvBeginRegistryBatch();
 OVLAYER_API LSTATUS WINAPI OvEndRegistryBatch(BOOL commit);
+
+// For tests: takes a built-in module away from LoadLibraryW and GetModuleHandleW, or one of its exports from
+// GetProcAddress, or gives it back. `name` null means the whole module. What was found before stays of use. A home
+// whose modules are the system's own ignores it.
+OVLAYER_API void WINAPI OvHideExport(const char* module, const char* name, BOOL hide);

@@ -13,6 +13,7 @@ using PCUNICODE_STRING = const UNICODE_STRING*;
 
 #define STATUS_SUCCESS (static_cast<NTSTATUS>(0))
 #define STATUS_BUFFER_OVERFLOW (static_cast<NTSTATUS>(0x80000005u))
+#define STATUS_INVALID_PARAMETER (static_cast<NTSTATUS>(0xC000000Du))
 
 // Upcases each 16-bit unit by one frozen table, compares the first pair that differs, then the lengths.
 OVLAYER_API LONG WINAPI RtlCompareUnicodeString(PCUNICODE_STRING a, PCUNICODE_STRING b, BOOLEAN ignoreCase);
