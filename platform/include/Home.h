@@ -23,3 +23,12 @@ OVLAYER_API LSTATUS WINAPI OvEndRegistryBatch(BOOL commit);
 // GetProcAddress, or gives it back. `name` null means the whole module. What was found before stays of use. A home
 // whose modules are the system's own ignores it.
 OVLAYER_API void WINAPI OvHideExport(const char* module, const char* name, BOOL hide);
+
+// Removes what a root keeps outside of its folder, and leaves it. Here that is nothing: whoever removes the folder has
+// removed the root.
+inline DWORD OvForgetRoot(const char*) {
+    return ERROR_SUCCESS;
+}
+
+// Which home this is: for tests, and for the table of what differs (docs/homes.md).
+inline constexpr char kOvHomeName[] = "layer";

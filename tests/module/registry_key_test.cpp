@@ -64,7 +64,9 @@ TEST_F(RegistryKey, BelievesWellFormedStringsOnly) {
         DWORD length = 8;
         EXPECT_EQ(key.QueryString(W("s"), buffer, length), row.error) << row.why;
         EXPECT_EQ(length, row.length) << row.why;
-        if (row.error == 0 && row.length == 0) EXPECT_EQ(buffer[0], 0) << row.why;
+        if (row.error == 0 && row.length == 0) {
+            EXPECT_EQ(buffer[0], 0) << row.why;
+        }
     }
     DWORD length = 8;
     WCHAR buffer[8];

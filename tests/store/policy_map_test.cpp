@@ -40,7 +40,9 @@ TEST(PolicyMap, BehavesLikeAnOrderedMapInWhichTheFirstWins) {
             for (int n = pick(random) % 8; n > 0; --n) name += letters[letter(random)];
             EXPECT_EQ(map.Insert(Item(name, i)), model.emplace(name, i).second);
             // A walk in between must not spoil what comes behind it.
-            if (i == 1000) ASSERT_EQ(map.At(0).name, model.begin()->first);
+            if (i == 1000) {
+                ASSERT_EQ(map.At(0).name, model.begin()->first);
+            }
         }
         ASSERT_EQ(map.Size(), model.size());
         std::size_t rank = 0;

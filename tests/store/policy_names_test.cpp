@@ -55,7 +55,9 @@ TEST(PolicyNames, FoldedNamesAreEqualExactlyWhenTheNamesAre) {
         const CFoldedName x(a), y(b);
         ASSERT_EQ(x.Text() == y.Text(), CompareNames(a.c_str(), b.c_str()) == 0);
         ASSERT_EQ(x.Text() < y.Text(), CompareNames(a.c_str(), b.c_str()) < 0);
-        if (x.Text() == y.Text()) ASSERT_EQ(x.Hash(), y.Hash());
+        if (x.Text() == y.Text()) {
+            ASSERT_EQ(x.Hash(), y.Hash());
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <vector>
 
@@ -17,10 +18,12 @@ inline CRegistryKey Make(LPCWSTR path, REGSAM access = KEY_ALL_ACCESS) {
     return key;
 }
 
+// Exactly these bytes: a NUL that stands behind them in memory could be stored with a text that lacks one.
 inline void PutBytes(LPCWSTR path, LPCWSTR name, DWORD type, const void* data, std::size_t size) {
     const CRegistryKey key = Make(path);
-    EXPECT_EQ(RegSetValueExW(key.Get(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size)),
-              ERROR_SUCCESS);
+    std::vector<BYTE> bytes(size + 2 * sizeof(WCHAR), 0xEE);
+    std::copy_n(static_cast<const BYTE*>(data), size, bytes.begin());
+    EXPECT_EQ(RegSetValueExW(key.Get(), name, 0, type, bytes.data(), static_cast<DWORD>(size)), ERROR_SUCCESS);
 }
 
 inline void PutDword(LPCWSTR path, LPCWSTR name, DWORD value) {

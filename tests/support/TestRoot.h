@@ -19,6 +19,8 @@ class CTestRoot {
     const std::filesystem::path& Path() const { return m_path; }
 
   private:
+    void Remove() const;
+
     std::filesystem::path m_path;
 };
 

@@ -3,11 +3,11 @@
 
 #include "win/types.h"
 
-// Recursive, owned by a thread. The fields are the layer's own.
+// Recursive, owned by a thread. The fields are the layer's own. Delete it when no thread is in any of its calls.
 struct CRITICAL_SECTION {
-    std::uint32_t state;      // 0 free, 1 held, 2 held with somebody waiting
-    std::uint32_t recursion;  // belongs to the owner
-    std::uint64_t owner;      // identity of the owning thread, 0 when free
+    std::uint64_t owner;      // identity of the holding thread, 0 when free
+    std::uint32_t waiting;    // 1 when a thread sleeps, or is about to
+    std::uint32_t recursion;  // belongs to the holder
 };
 using LPCRITICAL_SECTION = CRITICAL_SECTION*;
 

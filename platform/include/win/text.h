@@ -27,6 +27,7 @@ __attribute__((visibility("default"))) std::size_t wcslen(const WCHAR* text) noe
 __attribute__((visibility("default"))) int _wcsicmp(const WCHAR* a, const WCHAR* b) noexcept;
 
 // Base 2 to 36, or 0. Blanks and digits of ASCII only: other blanks end the number, and other decimal digits are no
-// digits, where the platform knows some. Overflow gives all bits set and errno ERANGE. wcstoul has 32 bits.
+// digits, where the platform knows some. Overflow gives all bits set (1 behind a minus sign) and errno ERANGE. wcstoul
+// has 32 bits.
 __attribute__((visibility("default"))) ULONG wcstoul(const WCHAR* text, WCHAR** end, int base) noexcept;
 __attribute__((visibility("default"))) unsigned long long wcstoull(const WCHAR* text, WCHAR** end, int base) noexcept;

@@ -1,0 +1,5 @@
+include(OvHeaderOnly)
+if(NOT TARGET CLI11::CLI11)
+    ov_header_only(CLI11::CLI11 CLI)
+endif()
+set(CLI11_FOUND TRUE)

@@ -1,0 +1,5 @@
+include(OvHeaderOnly)
+if(NOT TARGET nlohmann_json::nlohmann_json)
+    ov_header_only(nlohmann_json::nlohmann_json nlohmann)
+endif()
+set(nlohmann_json_FOUND TRUE)

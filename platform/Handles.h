@@ -1,0 +1,21 @@
+// Kernel handles: numbers that stand for an object of the layer.
+//
+// A handle that was never given out, or was closed, is found to be none, also after its place was used again.
+#pragma once
+
+#include <memory>
+
+#include "win/types.h"
+
+// The base of what a handle stands for. The object goes with its last handle, or later, with the last call that uses
+// it.
+class CKernelObject {
+  public:
+    CKernelObject() = default;
+    virtual ~CKernelObject() = default;
+    CKernelObject(const CKernelObject&) = delete;
+    CKernelObject& operator=(const CKernelObject&) = delete;
+};
+
+// A new handle on the object; null when there is no memory for it.
+HANDLE OpenHandle(std::shared_ptr<CKernelObject> object) noexcept;

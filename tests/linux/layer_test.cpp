@@ -1,0 +1,158 @@
+// What the layer promises beyond the names it serves: whose clocks it reads, where it finds modules, forks, hiding.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "Platform.h"
+#include "module/Library.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+DWORD CoarseMilliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<DWORD>(now.tv_sec * 1000 + now.tv_nsec / 1000000);
+}
+
+TEST(LayerClocks, TicksAreTheMonotonicMilliseconds) {
+    const DWORD before = CoarseMilliseconds();
+    const DWORD ticks = GetTickCount();
+    const DWORD after = CoarseMilliseconds();
+    EXPECT_LE(ticks - before, after - before);
+}
+
+// Within a minute the seconds are counted on from what the C library said once.
+TEST(LayerClocks, LocalTimeFollowsTheMinute) {
+    for (int i = 0; i < 3; ++i) {
+        std::time_t before;
+        std::time_t after;
+        SYSTEMTIME local;
+        do {
+            before = std::time(nullptr);
+            GetLocalTime(&local);
+            after = std::time(nullptr);
+        } while (before != after);
+        EXPECT_EQ(local.wSecond, std::localtime(&before)->tm_sec);
+        while (std::time(nullptr) == after) usleep(1000);
+    }
+}
+
+// Runs `check` in the child of a fork; true if it held there.
+template <class Check>
+bool HoldsInChild(Check check) {
+    const pid_t child = fork();
+    if (child == 0) _exit(check() ? 0 : 1);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(LayerThreads, TheChildOfAForkHasNumbersOfItsOwn) {
+    EXPECT_EQ(GetCurrentThreadId(), static_cast<DWORD>(gettid()));
+    EXPECT_TRUE(HoldsInChild([] {
+        return GetCurrentThreadId() == static_cast<DWORD>(gettid()) &&
+               GetCurrentProcessId() == static_cast<DWORD>(getpid());
+    }));
+}
+
+TEST(LayerThreads, TheChildOfAForkCanLeaveWhatItHolds) {
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EXPECT_TRUE(HoldsInChild([&] {
+        LeaveCriticalSection(&section);
+        return section.owner == 0;
+    }));
+    LeaveCriticalSection(&section);
+    DeleteCriticalSection(&section);
+}
+
+TEST(LayerModules, HiddenOnesAreNotFound) {
+    HMODULE ntdll = LoadLibraryW(W("ntdll.dll"));
+    OvHideExport("NTDLL.DLL", "RtlUpcaseUnicodeString", TRUE);
+    EXPECT_EQ(GetProcAddress(ntdll, "RtlUpcaseUnicodeString"), nullptr);
+    EXPECT_EQ(GetLastError(), 127u);
+    EXPECT_NE(GetProcAddress(ntdll, "RtlCompareUnicodeString"), nullptr);
+    OvHideExport("ntdll.dll", "RtlUpcaseUnicodeString", FALSE);
+    EXPECT_NE(GetProcAddress(ntdll, "RtlUpcaseUnicodeString"), nullptr);
+
+    OvHideExport("ntdll.dll", nullptr, TRUE);
+    EXPECT_EQ(LoadLibraryW(W("ntdll.dll")), nullptr);
+    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_EQ(GetModuleHandleW(W("ntdll.dll")), nullptr);
+    OvHideExport("ntdll.dll", nullptr, FALSE);
+    EXPECT_EQ(LoadLibraryW(W("ntdll.dll")), ntdll);
+}
+
+// The module of this tree lies beside the program of the tests.
+TEST(LayerModules, AreFoundBesideTheProgramUnderAnySpelling) {
+    HMODULE module = LoadLibraryW(W("OvSvInfo.dll"));
+    ASSERT_NE(module, nullptr) << GetLastError();
+    for (LPCWSTR name : {W("OvSvInfo"), W("OvSvInfo.so"), W("OvSvInfo.DLL")}) {
+        HMODULE again = LoadLibraryW(name);
+        EXPECT_EQ(again, module);
+        EXPECT_TRUE(FreeLibrary(again));
+    }
+    EXPECT_EQ(GetModuleHandleW(W("ovsvinfo.dll")), module);
+
+    WCHAR path[1024];
+    ASSERT_NE(GetModuleFileNameW(module, path, 1024), 0u);
+    EXPECT_EQ(LoadLibraryW(path), module) << "by its full path";
+    wstr backslashes = path;
+    for (WCHAR& unit : backslashes) {
+        if (unit == W('/')) unit = W('\\');
+    }
+    EXPECT_EQ(LoadLibraryW(backslashes.c_str()), module) << "with the platform's separators";
+    EXPECT_EQ(GetModuleHandleW(backslashes.c_str()), module);
+
+    EXPECT_NE(GetProcAddress(module, "DllGetClassObject"), nullptr);
+    EXPECT_EQ(GetProcAddress(module, "DllMain"), nullptr) << "not exported";
+    EXPECT_EQ(GetProcAddress(module, "malloc"), nullptr) << "a dependency's export is not the module's";
+    EXPECT_EQ(GetLastError(), 127u);
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(FreeLibrary(module));
+}
+
+TEST(LayerModules, WildHandlesAreRefused) {
+    alignas(16) char nothing[64] = {};
+    HMODULE wild = reinterpret_cast<HMODULE>(nothing);
+    WCHAR path[16];
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(GetProcAddress(wild, "DllGetClassObject"), nullptr);
+    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_FALSE(FreeLibrary(wild));
+    EXPECT_FALSE(FreeLibrary(nullptr));
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_EQ(GetModuleFileNameW(wild, path, 16), 0u);
+    EXPECT_FALSE(DisableThreadLibraryCalls(wild));
+}
+
+TEST(LayerModules, AFileThatIsNoModule) {
+    const fs::path file = fs::temp_directory_path() / ("ovtest-" + std::to_string(getpid()) + ".so");
+    if (FILE* out = std::fopen(file.c_str(), "w")) std::fclose(out);
+    const std::u16string name = file.u16string();
+    EXPECT_EQ(LoadLibraryW(name.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), 193u);
+    fs::remove(file);
+}
+
+TEST(LayerMemory, IsTheCLibrarys) {
+    void* block = CoTaskMemAlloc(8);
+    ASSERT_NE(block, nullptr);
+    free(block);  // a client without the layer does this; the address sanitizer watches
+}
+
+TEST(LayerMutexes, WhatIsNotServedIsRefused) {
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(CreateMutexW(nullptr, TRUE, nullptr), nullptr) << "nothing can own one";
+    EXPECT_EQ(GetLastError(), 87u);
+}
+
+}  // namespace

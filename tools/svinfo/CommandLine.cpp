@@ -1,0 +1,252 @@
+#include "svinfo/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <exception>
+#include <map>
+#include <optional>
+
+#include "svinfo/Suggest.h"
+#include "svinfo/Text.h"
+#include "svinfo/Verb.h"
+
+namespace {
+
+const CVerb kVerbs[] = {
+    {"get", "NAME... [--default] [--managed-only]", "values as the component answers them",
+     "\nOne NAME prints the bare value and nothing else; several, or -v, a table of name, value, type and state (managed,\n"
+     "local, absent, error). Arrays have one mask a line. A/B/C means A\\B\\C where the whole name has no backslash.\n"
+     "  --default        ask for the product's default alone\n"
+     "  --managed-only   a local value counts as absent\n",
+     DefineGet},
+    {"status", "", "root, hives, module, item counts, tracing", "", DefineStatus},
+    {"reg import", "FILE", "reads a registration file, all of it or none",
+     "\nWhat other registry tools skip in silence is told with its line and column, and skipped as well.\n",
+     DefineRegImport},
+    {"reg export", "KEY [FILE]", "a key with all below it, as a registration file",
+     "\nWithout FILE the same bytes go to standard output.\n", DefineRegExport},
+    {"reg query", "KEY [VALUE]", "a key's values and subkeys, or one value", "", DefineRegQuery},
+    {"reg add", "KEY VALUE TYPE DATA", "sets a value, and creates its key",
+     "\nKEY begins with HKLM, HKCU, HKCR, HKU or the long name. VALUE '' or @ is the key's default value. TYPE and DATA:\n"
+     "  REG_SZ, REG_EXPAND_SZ   text\n"
+     "  REG_DWORD, REG_QWORD    a number, in decimal or with 0x\n"
+     "  REG_BINARY              two hexadecimal digits for each byte\n"
+     "  REG_MULTI_SZ            texts with \\0 between them\n",
+     DefineRegAdd},
+    {"reg delete", "KEY [VALUE]", "deletes a value, or the key with all below it", "", DefineRegDelete},
+    {"help", "[VERB]", "this page, or that of a verb", "", DefineHelp},
+    {"version", "", "the version", "", DefineVersion},
+};
+
+// The parser would take an argument like "[a,b]" for two values. A name may well look so: it gets an end that no argument
+// can have, and loses it again before anyone sees it.
+constexpr char kWholeArgument = '\0';
+
+std::string MarkWhole(std::string argument) {
+    if (argument.starts_with('[') && argument.ends_with(']')) argument += kWholeArgument;
+    return argument;
+}
+
+std::string UnmarkWhole(std::string argument) {
+    if (argument.ends_with(kWholeArgument)) argument.pop_back();
+    return argument;
+}
+
+struct CGlobalOptions {
+    std::optional<std::string> root;
+    std::string color = "auto";
+    bool help = false;
+    COutputStyle style;
+};
+
+// One verb on the parser, and what it does.
+struct CDefinedVerb {
+    const CVerb* verb;
+    CLI::App* parser;
+    CAction action;
+};
+
+class CParser {
+  public:
+    CParser();
+
+    // Throws CCommandFailure for wrong usage, unless help is asked for, which needs no more.
+    void Parse(std::vector<std::string> args);
+
+    CGlobalOptions& Options() noexcept { return m_options; }
+    // The verb that was asked for; null if none was.
+    const CDefinedVerb* Chosen() const noexcept;
+
+  private:
+    CLI::App* Define(const CVerb& verb);
+    void RefuseUnknownOption() const;
+    void RefuseUnknownVerb() const;
+    std::vector<std::string> OptionNames() const;
+    std::vector<std::string> LeftOver() const;
+
+    CLI::App m_app;
+    CGlobalOptions m_options;
+    std::map<std::string, CLI::App*> m_families;
+    std::vector<CDefinedVerb> m_verbs;
+};
+
+void Prepare(CLI::App& parser) {
+    parser.set_help_flag();
+    parser.allow_windows_style_options(false);  // "/x" is part of an item's name
+    parser.fallthrough();                       // global options may stand behind the verb
+    parser.require_subcommand(0, 1);
+}
+
+CParser::CParser() {
+    Prepare(m_app);
+    m_app.allow_extras();
+    m_app.add_option("--root", m_options.root);
+    m_app.add_option("--color", m_options.color)->check(CLI::IsMember({"auto", "always", "never"}));
+    m_app.add_flag("--json", m_options.style.json);
+    m_app.add_flag("-q", m_options.style.quiet);
+    m_app.add_flag("-v", m_options.style.verbose);
+    m_app.add_flag("-h,--help", m_options.help);
+    for (const CVerb& verb : kVerbs) {
+        CLI::App* parser = Define(verb);
+        m_verbs.push_back({&verb, parser, verb.define(*parser)});
+        for (CLI::Option* option : parser->get_options()) option->transform(UnmarkWhole);
+    }
+    for (CLI::Option* option : m_app.get_options()) option->transform(UnmarkWhole);
+}
+
+// "reg import" becomes a subcommand of "reg".
+CLI::App* CParser::Define(const CVerb& verb) {
+    const std::string name = verb.name;
+    const std::size_t blank = name.find(' ');
+    CLI::App* parent = &m_app;
+    if (blank != std::string::npos) {
+        CLI::App*& family = m_families[name.substr(0, blank)];
+        if (!family) {
+            family = m_app.add_subcommand(name.substr(0, blank));
+            Prepare(*family);
+        }
+        parent = family;
+    }
+    CLI::App* parser = parent->add_subcommand(name.substr(blank == std::string::npos ? 0 : blank + 1));
+    Prepare(*parser);
+    return parser;
+}
+
+const CDefinedVerb* CParser::Chosen() const noexcept {
+    for (const CDefinedVerb& defined : m_verbs) {
+        if (defined.parser->parsed()) return &defined;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> CParser::OptionNames() const {
+    std::vector<std::string> names;
+    const auto add = [&names](const CLI::App& parser) {
+        for (const CLI::Option* option : parser.get_options()) {
+            if (!option->get_lnames().empty()) names.push_back("--" + option->get_lnames().front());
+        }
+    };
+    add(m_app);
+    if (const CDefinedVerb* chosen = Chosen()) add(*chosen->parser);
+    return names;
+}
+
+// What no parser took. The two dashes before arguments are among it, though they have done their work.
+std::vector<std::string> CParser::LeftOver() const {
+    std::vector<std::string> left = m_app.remaining(true);
+    std::erase(left, "--");
+    for (std::string& word : left) word = UnmarkWhole(word);
+    return left;
+}
+
+void CParser::RefuseUnknownOption() const {
+    const std::vector<std::string> left = LeftOver();
+    if (left.empty() || left[0].size() < 2 || left[0][0] != '-') return;
+    throw CCommandFailure(ExitCode::Usage, "unknown option " + Quoted(left[0]) + Suggestion(left[0], OptionNames()));
+}
+
+void CParser::RefuseUnknownVerb() const {
+    std::string family;
+    for (const auto& [name, parser] : m_families) {
+        if (parser->parsed()) family = name;
+    }
+    const std::vector<std::string> left = LeftOver();
+    const std::string verb = left.empty() ? family : (family.empty() ? "" : family + " ") + left[0];
+    const std::string pages = "; 'svinfo help" + (family.empty() ? "" : " " + family) + "' lists them";
+    if (left.empty()) throw CCommandFailure(ExitCode::Usage, "a verb is missing" + pages);
+    std::vector<std::string> names;
+    for (const CVerb& known : kVerbs) names.emplace_back(known.name);
+    throw CCommandFailure(ExitCode::Usage, "unknown verb " + Quoted(verb) + Suggestion(verb, names) + pages);
+}
+
+void CParser::Parse(std::vector<std::string> args) {
+    for (std::string& arg : args) arg = MarkWhole(std::move(arg));
+    std::reverse(args.begin(), args.end());  // as the parser takes them
+    std::string wrong;
+    try {
+        m_app.parse(std::move(args));
+        if (const std::vector<std::string> left = LeftOver(); !left.empty()) wrong = "one argument too many, " + Quoted(left[0]);
+    } catch (const CLI::ParseError& error) {
+        wrong = error.what();
+    }
+    if (m_options.help) return;
+    RefuseUnknownOption();
+    const CDefinedVerb* chosen = Chosen();
+    if (!chosen && (wrong.empty() || !LeftOver().empty())) RefuseUnknownVerb();
+    if (wrong.empty()) return;
+    throw CCommandFailure(ExitCode::Usage,
+                          chosen ? std::string(chosen->verb->name) + ": " + wrong + "\n" + UsageLine(*chosen->verb)
+                                 : wrong);
+}
+
+bool WantsColor(const std::string& when, bool terminal) {
+    if (when != "auto") return when == "always";
+    const char* refused = std::getenv("NO_COLOR");
+    const char* kind = std::getenv("TERM");
+    if ((refused && *refused) || (kind && std::string(kind) == "dumb")) return false;
+    return terminal;
+}
+
+ExitCode Run(const std::vector<std::string>& args, bool terminal) {
+    CParser parser;
+    parser.Parse(args);
+    CGlobalOptions& options = parser.Options();
+    options.style.color = WantsColor(options.color, terminal);
+    options.style.terminal = terminal;
+    COutput output(options.style, stdout, stderr);
+    const CDefinedVerb* chosen = parser.Chosen();
+    if (options.help) {
+        output.Bytes(HelpText(chosen ? chosen->verb->name : ""));
+        output.Finish();
+        return ExitCode::Ok;
+    }
+    if (options.root && OvSetRoot(options.root->c_str()) != ERROR_SUCCESS) {
+        throw CCommandFailure(ExitCode::Usage, "--root: found an empty path, expected a folder");
+    }
+    const ExitCode code = chosen->action(output);
+    output.Finish();
+    return code;
+}
+
+}  // namespace
+
+std::span<const CVerb> Verbs() noexcept { return kVerbs; }
+
+ExitCode RunCommandLine(const std::vector<std::string>& args, bool terminal) noexcept {
+    try {
+        return Run(args, terminal);
+    } catch (const CCommandFailure& failure) {
+        std::fflush(stdout);
+        // "FILE:LINE:COLUMN: ..." stands at the start of its line, where editors look for it.
+        const char* program = failure.Code() == ExitCode::BadInput ? "" : "svinfo: ";
+        std::fprintf(stderr, "%s%s\n", program, failure.Line().c_str());
+        return failure.Code();
+    } catch (const std::bad_alloc&) {
+        std::fputs("svinfo: 0x8007000E out of memory\n", stderr);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "svinfo: %s\n", error.what());
+    } catch (...) {
+        std::fputs("svinfo: 0x8000FFFF an unexpected failure\n", stderr);
+    }
+    return ExitCode::Failed;
+}

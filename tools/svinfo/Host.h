@@ -1,0 +1,35 @@
+// CHost: the tool as a host of the module, in the way of every other one.
+#pragma once
+
+#include <memory>
+
+#include "Platform.h"
+#include "orvantis/ServerInfo.h"
+
+struct FreeModule {
+    void operator()(HMODULE module) const noexcept { FreeLibrary(module); }
+};
+using CModuleHandle = std::unique_ptr<std::remove_pointer_t<HMODULE>, FreeModule>;
+
+struct ReleaseInterface {
+    void operator()(IUnknown* object) const noexcept { object->Release(); }
+};
+template <class Interface>
+using CInterface = std::unique_ptr<Interface, ReleaseInterface>;
+
+// Loads the module from beside the program. Throws CCommandFailure.
+CModuleHandle LoadServerInfoModule();
+
+// The module's file, as the system tells it.
+wstr ModulePath(HMODULE module);
+
+// Loads the module and makes one object; both go with it, the object first. Throws CCommandFailure.
+class CHost {
+  public:
+    CHost();
+    IOVServerInfo& Info() const noexcept { return *m_info; }
+
+  private:
+    CModuleHandle m_module;
+    CInterface<IOVServerInfo> m_info;
+};

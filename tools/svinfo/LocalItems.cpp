@@ -1,0 +1,54 @@
+#include "svinfo/LocalItems.h"
+
+#include <set>
+
+#include "store/PolicyNames.h"
+#include "svinfo/RegTree.h"
+
+namespace {
+
+constexpr wstr_view kLocalKey = W("SOFTWARE\\Orvantis\\Policies");
+constexpr wstr_view kDefaultKey = W("SOFTWARE\\Orvantis\\Policies\\Default");
+constexpr wstr_view kBitPolicies = W("AuthenticationPolicies");
+
+struct NameLess {
+    bool operator()(const wstr& a, const wstr& b) const noexcept {
+        return CompareNames(wstr_view(a), wstr_view(b)) < 0;
+    }
+};
+using CNames = std::set<wstr, NameLess>;
+
+// "A\B" of "A\B\C" under "A"; nothing when `path` is not below `parent`.
+wstr_view Below(wstr_view path, wstr_view parent) noexcept {
+    const bool below = path.size() > parent.size() && path[parent.size()] == W('\\') &&
+                       CompareNames(path.substr(0, parent.size()), parent) == 0;
+    return below ? path.substr(parent.size() + 1) : wstr_view();
+}
+
+// The item that a value is, or is a part of. `path` is that of its key below the level's.
+wstr ItemOf(wstr_view path, const CRegEntry& entry) {
+    const wstr policy(Below(path, kBitPolicies));
+    if (!policy.empty() && IsAuthPolicyName(policy.c_str())) return policy;
+    const bool list = CompareNames(path, AppsPolicyPrefix) == 0 && entry.type == REG_MULTI_SZ;
+    if (path.empty() || (list && IsAuthPolicyName(entry.name.c_str()))) return entry.name;
+    return wstr(path) + W('\\') + entry.name;
+}
+
+void AddItems(CNames& names, wstr_view level, wstr_view except) {
+    const CRegPath base = ParseRegPath(W("HKEY_LOCAL_MACHINE\\") + wstr(level), RootNames::Long);
+    WalkRegTree(base, [&](CRegBlock& block) {
+        const wstr_view path = Below(block.key.below, level);
+        if (!except.empty() && CompareNames(block.key.below, except) == 0) return RegWalk::PassOver;
+        for (const CRegEntry& entry : block.entries) names.insert(ItemOf(path, entry));
+        return RegWalk::GoOn;
+    });
+}
+
+}  // namespace
+
+std::vector<wstr> LocalItemNames(LocalLevel level) {
+    CNames names;
+    if (level != LocalLevel::Default) AddItems(names, kLocalKey, kDefaultKey);
+    if (level != LocalLevel::Local) AddItems(names, kDefaultKey, {});
+    return {names.begin(), names.end()};
+}

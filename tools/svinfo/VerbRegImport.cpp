@@ -1,0 +1,130 @@
+// reg import: a registration file, all of it or none.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "module/RegistryKey.h"
+#include "svinfo/FileIo.h"
+#include "svinfo/RegBatch.h"
+#include "svinfo/RegFile.h"
+#include "svinfo/Text.h"
+#include "svinfo/Verb.h"
+
+namespace {
+
+struct CCounts {
+    std::size_t keys = 0;
+    std::size_t valuesSet = 0;
+    std::size_t keysDeleted = 0;
+    std::size_t valuesDeleted = 0;
+};
+
+std::string Count(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string Position(const std::string& file, std::size_t line, std::size_t column) {
+    return EscapeControls(file) + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
+}
+
+CRegFile ReadFile(const std::string& path) {
+    const std::string bytes = ReadWholeFile(path);
+    try {
+        return ReadRegFile(bytes);
+    } catch (const CBadRegFile& bad) {
+        throw CCommandFailure(ExitCode::BadInput, Position(path, bad.line, bad.column) + bad.text);
+    }
+}
+
+// Nothing is said about a key or value that is not there to be deleted.
+LSTATUS UnlessMissing(LSTATUS error, std::size_t& deleted) noexcept {
+    if (!error) ++deleted;
+    return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+}
+
+class CImport {
+  public:
+    explicit CImport(const std::string& file) : m_file(file) {}
+
+    void Apply(const CRegBlock& block) { block.remove ? DeleteKey(block) : WriteKey(block); }
+    const CCounts& Counts() const noexcept { return m_counts; }
+
+  private:
+    void DeleteKey(const CRegBlock& block) {
+        CRegistryKey root;
+        LSTATUS error = root.Open(block.key.root->key, W(""), KEY_READ);
+        if (!error) error = UnlessMissing(root.DeleteTree(block.key.below.c_str()), m_counts.keysDeleted);
+        if (error) Fail(block, "delete " + EscapeControls(ToUtf8(block.key.Full())), error);
+    }
+
+    void WriteKey(const CRegBlock& block) {
+        CRegistryKey key;
+        if (const LSTATUS error = key.Create(block.key.root->key, block.key.below.c_str(), nullptr,
+                                             REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr, nullptr)) {
+            Fail(block, "create " + EscapeControls(ToUtf8(block.key.Full())), error);
+        }
+        ++m_counts.keys;
+        for (const CRegEntry& entry : block.entries) {
+            const LSTATUS error = WriteEntry(key, entry);
+            if (error) Fail(block, "write " + ValueText(block.key, entry.name), error);
+        }
+    }
+
+    LSTATUS WriteEntry(CRegistryKey& key, const CRegEntry& entry) {
+        if (entry.remove) {
+            return UnlessMissing(RegDeleteValueW(key.Get(), entry.name.c_str()), m_counts.valuesDeleted);
+        }
+        ++m_counts.valuesSet;
+        return RegSetValueExW(key.Get(), entry.name.c_str(), 0, entry.type, entry.data.data(),
+                              static_cast<DWORD>(entry.data.size()));
+    }
+
+    [[noreturn]] void Fail(const CRegBlock& block, const std::string& operation, LSTATUS error) const {
+        throw RegistryFailureOf("import " + EscapeControls(m_file) + ", key of line " + std::to_string(block.line) +
+                                    ": " + operation,
+                                error);
+    }
+
+    const std::string& m_file;
+    CCounts m_counts;
+};
+
+void Report(COutput& output, const std::string& path, const CRegFile& file, const CCounts& counts) {
+    for (const CRegNote& note : file.skipped) output.Problem(Position(path, note.line, note.column) + note.text);
+    if (output.Style().json) {
+        json answer = JsonAnswer();
+        answer["file"] = path;
+        answer["keys"] = counts.keys;
+        answer["valuesSet"] = counts.valuesSet;
+        answer["keysDeleted"] = counts.keysDeleted;
+        answer["valuesDeleted"] = counts.valuesDeleted;
+        answer["skipped"] = json::array();
+        for (const CRegNote& note : file.skipped) {
+            answer["skipped"].push_back({{"line", note.line}, {"column", note.column}, {"text", note.text}});
+        }
+        output.Json(answer);
+        return;
+    }
+    output.Note(EscapeControls(path) + ": " + Count(counts.keys, "key", "keys") + ", " +
+                Count(counts.valuesSet, "value set", "values set") + ", " +
+                Count(counts.keysDeleted, "key", "keys") + " and " + Count(counts.valuesDeleted, "value", "values") +
+                " deleted, " + Count(file.skipped.size(), "line skipped", "lines skipped"));
+}
+
+ExitCode Import(const std::string& path, COutput& output) {
+    const CRegFile file = ReadFile(path);
+    CImport import(path);
+    CRegBatch batch;
+    if (const LSTATUS error = batch.Begin()) throw RegistryFailureOf("begin to write the registry", error);
+    for (const CRegBlock& block : file.blocks) import.Apply(block);
+    if (const LSTATUS error = batch.Commit()) throw RegistryFailureOf("write the registry", error);
+    Report(output, path, file, import.Counts());
+    return ExitCode::Ok;
+}
+
+}  // namespace
+
+CAction DefineRegImport(CLI::App& parser) {
+    const auto file = std::make_shared<std::string>();
+    parser.add_option("FILE", *file)->required();
+    return [file](COutput& output) { return Import(*file, output); };
+}

@@ -1,0 +1,161 @@
+// status: what this computer's provider stands on, as it is found now.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <system_error>
+
+#include "Version.h"
+#include "module/RegistryKey.h"
+#include "svinfo/Host.h"
+#include "svinfo/LocalItems.h"
+#include "svinfo/Text.h"
+#include "svinfo/Verb.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct CHive {
+    std::string file;  // below the root
+    std::uintmax_t bytes;
+};
+
+struct CTracing {
+    bool on = false;
+    bool toFile = true;
+    DWORD verbosity = 0;
+    std::string path;  // empty: beside the module
+};
+
+struct CStatus {
+    std::string root;
+    bool rootExists = false;
+    std::vector<CHive> hives;
+    std::string module;         // empty when it cannot be loaded
+    std::string moduleFailure;  // why
+    std::size_t localItems = 0;
+    std::size_t defaults = 0;
+    CTracing tracing;
+};
+
+std::string PathText(const fs::path& path) {
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+// A hive and the log of what was written to it lately.
+void AddHive(std::vector<CHive>& hives, const fs::path& root, const fs::path& file) {
+    std::uintmax_t bytes = 0;
+    for (const char* part : {"", "-wal"}) {
+        std::error_code error;
+        fs::path name = file;
+        name += part;
+        const std::uintmax_t size = fs::file_size(root / name, error);
+        if (!error) bytes += size;
+        else if (!*part) return;
+    }
+    hives.push_back({PathText(file), bytes});
+}
+
+std::vector<CHive> FindHives(const fs::path& root) {
+    std::vector<CHive> hives;
+    AddHive(hives, root, "machine.db");
+    std::error_code error;
+    std::vector<fs::path> users;
+    for (fs::directory_iterator entry(root / "users", error), end; !error && entry != end; entry.increment(error)) {
+        if (entry->path().extension() == ".db") users.push_back("users" / entry->path().filename());
+    }
+    std::sort(users.begin(), users.end());
+    for (const fs::path& user : users) AddHive(hives, root, user);
+    return hives;
+}
+
+// The settings are looked for in the 32-bit view as well, as the module does.
+CTracing ReadTracing() {
+    constexpr LPCWSTR kKey = W("SOFTWARE\\Orvantis\\Tracing");
+    CTracing tracing;
+    CRegistryKey key;
+    if (key.Open(HKEY_LOCAL_MACHINE, kKey, KEY_READ) &&
+        key.Open(HKEY_LOCAL_MACHINE, kKey, KEY_READ | KEY_WOW64_32KEY)) {
+        return tracing;
+    }
+    DWORD number = 0;
+    tracing.on = key.QueryDword(W("DoTrace"), number) == ERROR_SUCCESS && number != 0;
+    tracing.toFile = key.QueryDword(W("TraceToFile"), number) != ERROR_SUCCESS || number == 1;
+    if (key.QueryDword(W("Verbosity"), number) == ERROR_SUCCESS) tracing.verbosity = number;
+    for (LPCWSTR name : {W("FileName"), W("TracePath")}) {
+        WCHAR path[MAX_PATH] = {};
+        DWORD length = MAX_PATH;
+        if (tracing.path.empty() && key.QueryString(name, path, length) == ERROR_SUCCESS) tracing.path = ToUtf8(path);
+    }
+    return tracing;
+}
+
+CStatus ReadStatus() {
+    CStatus status;
+    status.root = OvRoot();
+    const fs::path root(std::u8string(status.root.begin(), status.root.end()));
+    std::error_code error;
+    status.rootExists = fs::is_directory(root, error);
+    status.hives = FindHives(root);
+    try {
+        status.module = ToUtf8(ModulePath(LoadServerInfoModule().get()));
+    } catch (const CCommandFailure& failure) {
+        status.moduleFailure = failure.Line();
+    }
+    status.localItems = LocalItemNames(LocalLevel::Local).size();
+    status.defaults = LocalItemNames(LocalLevel::Default).size();
+    status.tracing = ReadTracing();
+    return status;
+}
+
+json StatusJson(const CStatus& status) {
+    json answer = JsonAnswer();
+    answer["version"] = kVersion;
+    answer["root"] = {{"path", status.root}, {"exists", status.rootExists}};
+    answer["hives"] = json::array();
+    for (const CHive& hive : status.hives) answer["hives"].push_back({{"file", hive.file}, {"bytes", hive.bytes}});
+    answer["module"] = status.module.empty() ? json(nullptr) : json(status.module);
+    answer["items"] = {{"local", status.localItems}, {"default", status.defaults}};
+    answer["tracing"] = {{"on", status.tracing.on},
+                         {"toFile", status.tracing.toFile},
+                         {"verbosity", status.tracing.verbosity},
+                         {"path", status.tracing.path.empty() ? json(nullptr) : json(status.tracing.path)}};
+    return answer;
+}
+
+std::string TracingText(const CTracing& tracing) {
+    if (!tracing.on) return "off";
+    return std::string(tracing.toFile ? "on" : "on, but not to a file") + ", verbosity " +
+           std::to_string(tracing.verbosity) + (tracing.path.empty() ? "" : ", " + tracing.path);
+}
+
+CTable StatusTable(const CStatus& status) {
+    CTable table{{"WHAT", "IS"}, {}};
+    const auto add = [&table](std::string what, std::string is, Tone tone = Tone::Plain) {
+        table.rows.push_back({{std::move(what), Tone::Plain}, {std::move(is), tone}});
+    };
+    add("version", kVersion);
+    add("root", status.root + (status.rootExists ? "" : " (does not exist)"),
+        status.rootExists ? Tone::Plain : Tone::Notice);
+    for (const CHive& hive : status.hives) add("hive " + hive.file, std::to_string(hive.bytes) + " bytes");
+    add("module", status.module.empty() ? "not loaded" : status.module,
+        status.module.empty() ? Tone::Bad : Tone::Plain);
+    add("local items", std::to_string(status.localItems));
+    add("defaults", std::to_string(status.defaults));
+    add("tracing", TracingText(status.tracing));
+    return table;
+}
+
+ExitCode Status(COutput& output) {
+    const CStatus status = ReadStatus();
+    output.Style().json ? output.Json(StatusJson(status)) : output.Table(StatusTable(status));
+    if (status.moduleFailure.empty()) return ExitCode::Ok;
+    output.Problem("svinfo: " + status.moduleFailure);
+    return ExitCode::Failed;
+}
+
+}  // namespace
+
+CAction DefineStatus(CLI::App&) {
+    return [](COutput& output) { return Status(output); };
+}
