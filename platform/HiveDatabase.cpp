@@ -3,8 +3,8 @@
 #include <sqlite3.h>
 #include <time.h>
 
+#include <cerrno>
 #include <iterator>
-#include <new>
 
 #include "HiveError.h"
 
@@ -86,8 +86,7 @@ DWORD Execute(sqlite3* database, const char* sql) noexcept {
 
 CHiveDatabase::Index IndexBehind(int code) noexcept {
     if (code == SQLITE_READONLY_RECOVERY) return CHiveDatabase::Index::Torn;
-    const bool missing =
-        code == SQLITE_READONLY_CANTINIT || code == SQLITE_READONLY_CANTLOCK || (code & 0xFF) == SQLITE_CANTOPEN;
+    const bool missing = (code & 0xFF) == SQLITE_READONLY || (code & 0xFF) == SQLITE_CANTOPEN;
     return missing ? CHiveDatabase::Index::Missing : CHiveDatabase::Index::Usable;
 }
 
@@ -160,7 +159,9 @@ CHiveDatabase::~CHiveDatabase() {
 DWORD CHiveDatabase::Fail(int code) noexcept {
     m_hasFailed = true;
     m_index = IndexBehind(code);
-    return HiveErrorFromSqlite(code, sqlite3_system_errno(m_database));
+    // SQLite keeps no number for a commit that fails; calls that succeed behind the one that failed leave it in errno.
+    const int kept = sqlite3_system_errno(m_database);
+    return HiveErrorFromSqlite(code, kept ? kept : errno);
 }
 
 sqlite3_stmt* CHiveDatabase::Statement(Sql sql, int& code) noexcept {
@@ -236,6 +237,7 @@ CQuery& CQuery::BindNull() noexcept {
 
 bool CQuery::Row() noexcept {
     if (m_error) return false;
+    errno = 0;
     const int code = sqlite3_step(m_statement);
     if (code == SQLITE_ROW) return true;
     if (code != SQLITE_DONE) Check(code);

@@ -79,16 +79,15 @@ DWORD CKeyUse::Close(HKEY key) {
     return ERROR_SUCCESS;
 }
 
-DWORD CKeyUse::EnterUserHive(LPCWSTR& path, bool isToBeMade) {
+DWORD CKeyUse::EnterUserHive(LPCWSTR& path) {
     CKeyPath components(m_start, path);
     if (!components.Next()) return components.Error();
     const std::string sid = UpcasedAscii(components.Name());
-    if (!IsSidText(sid)) return isToBeMade ? ERROR_INVALID_PARAMETER : ERROR_FILE_NOT_FOUND;
+    if (!IsSidText(sid)) return ERROR_FILE_NOT_FOUND;
     m_lock.unlock();
     CHive& hive = CHives::Get().User(sid);
     UsePredefined(hive);
     path = components.Rest();
-    if (isToBeMade) return ERROR_SUCCESS;
     return hive.Read([](CHiveView& view) -> DWORD { return view.IsEmpty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS; });
 }
 

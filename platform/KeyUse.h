@@ -27,8 +27,9 @@ class CKeyUse {
     CHive& Hive() const noexcept { return *m_hive; }
 
     // From a path below HKEY_USERS into the hive that its first component names; `path` becomes the rest. An empty path
-    // stays where it is. ERROR_FILE_NOT_FOUND (2) for a user without a hive, unless one is about to be made.
-    DWORD EnterUserHive(LPCWSTR& path, bool isToBeMade);
+    // stays where it is. ERROR_FILE_NOT_FOUND (2) for a user without a hive, who is entered all the same, and for a
+    // name that is no SID.
+    DWORD EnterUserHive(LPCWSTR& path);
 
     // Inside CHive::Read. ERROR_FILE_NOT_FOUND (2) when there is no such key.
     DWORD Find(CHiveView& view, CKeyPath& path, CKey*& key) const;

@@ -54,16 +54,21 @@ DWORD Open(const CKeyUse& use, LPCWSTR path, REGSAM access, HKEY& result) {
 }
 
 DWORD Create(CKeyUse& use, LPCWSTR path, bool isVolatile, REGSAM access, HKEY& result, DWORD& disposition) {
+    bool isMissing = false;
     if (use.IsUsers()) {
-        if (const DWORD error = use.EnterUserHive(path, true)) return error;
+        const DWORD error = use.EnterUserHive(path);
+        isMissing = error == ERROR_FILE_NOT_FOUND && !use.IsUsers();
+        if (error && !isMissing) return error == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_PARAMETER : error;
     }
     disposition = REG_OPENED_EXISTING_KEY;
-    const DWORD opened = Open(use, path, access, result);
-    if (opened != ERROR_FILE_NOT_FOUND) return opened;
+    if (!isMissing) {
+        const DWORD opened = Open(use, path, access, result);
+        if (opened != ERROR_FILE_NOT_FOUND) return opened;
+    }
     const CChangeStart start = use.ChangeStart(access);
     CCreateKey change(start, path, isVolatile);
     if (const DWORD error = use.Write(change)) return error;
-    if (change.IsNew()) disposition = REG_CREATED_NEW_KEY;
+    if (isMissing || change.IsNew()) disposition = REG_CREATED_NEW_KEY;
     use.Lock();
     REGSAM granted;
     if (const DWORD error = Grant(use.Hive(), access, granted)) return error;
@@ -75,7 +80,7 @@ DWORD Delete(HKEY key, LPCWSTR path, REGSAM view) {
     CKeyUse use(key);
     if (use.Error()) return use.Error();
     if (use.IsUsers()) {
-        if (const DWORD error = use.EnterUserHive(path, false)) return error;
+        if (const DWORD error = use.EnterUserHive(path)) return error;
     }
     CRemoveKey change(use.ChangeStart(view), path);
     return use.Write(change);
@@ -91,7 +96,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD options, REGSAM acces
         CKeyUse use(key);
         if (use.Error()) return use.Error();
         if (use.IsUsers()) {
-            if (const DWORD error = use.EnterUserHive(path, false)) return error;
+            if (const DWORD error = use.EnterUserHive(path)) return error;
         }
         return Open(use, path, access, *result);
     });

@@ -9,7 +9,9 @@
 
 #include "ToolVerbs.h"
 
-bool OvIsTerminal(int stream) { return isatty(stream) == 1; }
+bool OvIsTerminal(int stream) {
+    return isatty(stream) == 1;
+}
 
 int OvRunVerbs(const std::vector<std::string>& args) {
     void* library = dlopen(kToolVerbsFile, RTLD_NOW);  // found by the program's own run path; loaded to the end
@@ -23,4 +25,6 @@ int OvRunVerbs(const std::vector<std::string>& args) {
     return reinterpret_cast<decltype(&OvToolVerbs)>(entry)(texts.data(), texts.size(), OvIsTerminal(1));
 }
 
-int main(int argc, char** argv) { return OvMain({argv + (argc > 0 ? 1 : 0), argv + argc}); }
+int main(int argc, char** argv) {
+    return OvMain({argv + (argc > 0 ? 1 : 0), argv + argc});
+}

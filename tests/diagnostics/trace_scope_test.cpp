@@ -246,10 +246,12 @@ TEST_F(TraceScopes, LeaveTheLastErrorAlone) {
     {
         CTraceScope scope("scope", 0);
         EXPECT_EQ(GetLastError(), 4711u) << "entry, with a reading of the settings";
-        scope.Print("%ls", wstr(500, W('x')).c_str());
+        const wstr umlauts(500, WCHAR{0x00E9});  // more than the message can hold: the conversion fails
+        scope.Print("%ls", umlauts.c_str());
+        EXPECT_EQ(GetLastError(), 4711u) << "a message that is cut";
         scope.Result("", E_FAIL);
     }
-    EXPECT_EQ(GetLastError(), 4711u);
+    EXPECT_EQ(GetLastError(), 4711u) << "exit";
 }
 
 TEST_F(TraceScopes, RecordsBearTheThreadThatWritesThem) {

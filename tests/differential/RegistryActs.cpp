@@ -9,11 +9,12 @@ constexpr DWORD kMark = 0xDEADBEEF;
 constexpr BYTE kUntouched = 0xEE;
 constexpr DWORD kMostItems = 100;  // a bound for enumerations that would not end
 
+// The first ones come often, so that a good part of the questions meets a key that is there.
+constexpr std::size_t kCommon = 5;
 const wstr kComponents[] = {
     W("Alpha"),
     W("alpha"),
     W("ALPHA"),
-    W("Beta"),
     W("Beta"),
     W("Gamma"),
     W("x y"),
@@ -122,31 +123,38 @@ CRegistryActs::Start CRegistryActs::DrawStart() {
 
 REGSAM CRegistryActs::DrawView(const Start& start) {
     if (m_choice.Below(3) != 0) return 0;
+    // A turned HKEY_CLASSES_ROOT is asked without a view: with one, Wine goes to the system's own.
+    if (!start.held && start.key == HKEY_CLASSES_ROOT) return 0;
     const bool narrow = start.held ? start.narrow : start.prefix.starts_with(W("SOFTWARE\\D")) && m_choice.OneIn(2);
     return narrow ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
 }
 
 wstr CRegistryActs::DrawPath() {
-    static const wstr kOdd[] = {W(""),       W("\\"),           W("\\\\"),
-                                W("\\Beta"), wstr(257, W('c')), W("Beta\\") + wstr(257, W('c'))};
+    static const wstr kOdd[] = {W(""), W("\\"), W("\\\\"), W("\\Beta"), wstr(257, W('c'))};
     if (m_choice.OneIn(12)) return m_choice.Of(kOdd);
-    wstr path = m_choice.Of(kComponents);
-    while (m_choice.OneIn(3)) (path += m_choice.OneIn(8) ? W("\\\\") : W("\\")) += m_choice.Of(kComponents);
+    const auto component = [this]() -> const wstr& {
+        return m_choice.OneIn(3) ? m_choice.Of(kComponents) : kComponents[m_choice.Below(kCommon)];
+    };
+    wstr path = component();
+    while (m_choice.OneIn(3)) (path += m_choice.OneIn(8) ? W("\\\\") : W("\\")) += component();
     if (m_choice.OneIn(12)) path += W("\\");
     return path;
 }
 
 CRegistryActs::Held& CRegistryActs::DrawHeld(std::string& shown) {
     const std::size_t index = m_choice.Below(m_held.size());
-    shown = '#' + std::to_string(index);
-    return m_held[index];
+    Held& held = m_held[index];
+    shown = '#' + std::to_string(index) + ':' + Hex(held.access);
+    return held;
 }
 
 // What is asked for is held whether or not it was given: the next questions must be the same.
-void CRegistryActs::Hold(HKEY key, bool narrow, std::string& shown) {
-    Held& held = DrawHeld(shown);
+std::string CRegistryActs::Hold(HKEY key, REGSAM access, bool narrow) {
+    const std::size_t index = m_choice.Below(m_held.size());
+    Held& held = m_held[index];
     if (held.key) RegCloseKey(held.key);
-    held = {key, narrow};
+    held = {key, access, narrow};
+    return '#' + std::to_string(index);
 }
 
 void CRegistryActs::Open() {
@@ -158,8 +166,7 @@ void CRegistryActs::Open() {
     const LSTATUS error = RegOpenKeyExW(start.key, path.c_str(), m_choice.OneIn(20) ? 1 : 0, access, &key);
     const bool null = !key;
     if (error) key = nullptr;
-    std::string shown;
-    Hold(key, start.narrow || (access & KEY_WOW64_32KEY) != 0, shown);
+    const std::string shown = Hold(key, access, start.narrow || (access & KEY_WOW64_32KEY) != 0);
     m_transcript.Write("open " + shown + " = " + start.shown + ' ' + Shown(path) + " access " + Hex(access),
                        std::to_string(error) + (null ? " null" : " key"));
 }
@@ -175,8 +182,7 @@ void CRegistryActs::Create() {
                                           &key, m_choice.OneIn(20) ? nullptr : &disposition);
     const bool null = !key;
     if (error) key = nullptr;
-    std::string shown;
-    Hold(key, start.narrow || (access & KEY_WOW64_32KEY) != 0, shown);
+    const std::string shown = Hold(key, access, start.narrow || (access & KEY_WOW64_32KEY) != 0);
     m_transcript.Write("create " + shown + " = " + start.shown + ' ' + Shown(path) + " access " + Hex(access),
                        std::to_string(error) + (null ? " null " : " key ") + Marked(disposition));
 }
@@ -186,8 +192,7 @@ void CRegistryActs::OpenUser() {
     HKEY key = nullptr;
     const LSTATUS error = RegOpenCurrentUser(access, &key);
     if (error) key = nullptr;
-    std::string shown;
-    Hold(key, false, shown);
+    const std::string shown = Hold(key, access, false);
     m_transcript.Write("open " + shown + " = user access " + Hex(access), std::to_string(error));
 }
 

@@ -25,7 +25,8 @@ class CRegistryActs {
 
   private:
     struct Held {
-        HKEY key = nullptr;   // null is a handle like any other: it is refused
+        HKEY key = nullptr;  // null is a handle like any other: it is refused
+        REGSAM access = 0;
         bool narrow = false;  // asked for in the 32-bit view
     };
     // A key to start from: a predefined one, with the rest of the path to put before every name, or a held one.
@@ -54,7 +55,7 @@ class CRegistryActs {
     wstr DrawPath();
     Held& DrawHeld(std::string& shown);
     std::vector<BYTE> DrawData(DWORD type);
-    void Hold(HKEY key, bool narrow, std::string& shown);
+    std::string Hold(HKEY key, REGSAM access, bool narrow);
 
     CChoice& m_choice;
     CTranscript& m_transcript;

@@ -1,5 +1,5 @@
-// differential FOLDER SEED...: the same questions on each home, a few hundred for each seed. Each seed has a root of its
-// own in FOLDER.
+// differential FOLDER SEED...: the same questions on each home, a few hundred for each seed. Each seed has a root of
+// its own in FOLDER.
 //
 // differential --compare LAYER WINDOWS TABLE: the answers of both homes beside each other. tests/differential/run does
 // all of it.

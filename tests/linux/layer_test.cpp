@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "../../platform/LocalMinute.h"
 #include "Platform.h"
 #include "module/Library.h"
 
@@ -29,20 +30,38 @@ TEST(LayerClocks, TicksAreTheMonotonicMilliseconds) {
     EXPECT_LE(ticks - before, after - before);
 }
 
-// Within a minute the seconds are counted on from what the C library said once.
-TEST(LayerClocks, LocalTimeFollowsTheMinute) {
-    for (int i = 0; i < 3; ++i) {
-        std::time_t before;
-        std::time_t after;
-        SYSTEMTIME local;
-        do {
-            before = std::time(nullptr);
-            GetLocalTime(&local);
-            after = std::time(nullptr);
-        } while (before != after);
-        EXPECT_EQ(local.wSecond, std::localtime(&before)->tm_sec);
-        while (std::time(nullptr) == after) usleep(1000);
+// Every second around the changes that a time zone makes, forwards, backwards and in leaps.
+TEST(LayerClocks, LocalTimeIsTheCLibrarysAtEverySecond) {
+    const struct {
+        const char* why;
+        const char* zone;
+        std::time_t around;
+    } kRows[] = {
+        {"a new year", "UTC0", 1735689600},
+        {"the clock goes forward", "CET-1CEST,M3.5.0,M10.5.0/3", 1711846800},
+        {"the clock goes back", "CET-1CEST,M3.5.0,M10.5.0/3", 1729990800},
+        {"an offset of half a minute", "ODD-0:19:32", 1735689600},
+    };
+    const std::string before = std::getenv("TZ") ? std::getenv("TZ") : "";
+    for (const auto& row : kRows) {
+        setenv("TZ", row.zone, 1);
+        tzset();
+        CLocalMinute minute;
+        const auto check = [&](std::time_t second) {
+            std::tm expected;
+            localtime_r(&second, &expected);
+            const std::tm given = minute.At(second);
+            EXPECT_TRUE(given.tm_sec == expected.tm_sec && given.tm_min == expected.tm_min &&
+                        given.tm_hour == expected.tm_hour && given.tm_mday == expected.tm_mday &&
+                        given.tm_mon == expected.tm_mon && given.tm_year == expected.tm_year &&
+                        given.tm_wday == expected.tm_wday)
+                << row.why << ", second " << second;
+        };
+        for (std::time_t second = row.around - 200; second < row.around + 200; ++second) check(second);
+        for (std::time_t second = row.around + 200; second > row.around - 200; second -= 7) check(second);
     }
+    before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
+    tzset();
 }
 
 // Runs `check` in the child of a fork; true if it held there.
@@ -147,6 +166,34 @@ TEST(LayerMemory, IsTheCLibrarys) {
     void* block = CoTaskMemAlloc(8);
     ASSERT_NE(block, nullptr);
     free(block);  // a client without the layer does this; the address sanitizer watches
+}
+
+TEST(LayerText, ADefaultCharacterIsNoneForUtf8) {
+    char out[4];
+    BOOL used = FALSE;
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, W("a"), -1, out, 4, "?", nullptr), 0);
+    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, W("a"), -1, out, 4, nullptr, &used), 0);
+    EXPECT_EQ(WideCharToMultiByte(1252, WC_ERR_INVALID_CHARS, W("a"), -1, out, 4, nullptr, nullptr), 0);
+    EXPECT_EQ(GetLastError(), 1004u) << "a flag of UTF-8 alone";
+}
+
+TEST(LayerModules, ACutPathEndsInNul) {
+    WCHAR cut[8] = {W('?'), W('?'), W('?'), W('?'), W('?'), W('?'), W('?'), W('?')};
+    EXPECT_EQ(GetModuleFileNameW(nullptr, cut, 6), 6u);
+    EXPECT_EQ(wcslen(cut), 5u);
+}
+
+TEST(LayerHandles, AClosedOneStaysClosedWhenItsPlaceIsUsedAgain) {
+    HANDLE closed = CreateMutexW(nullptr, FALSE, nullptr);
+    EXPECT_TRUE(CloseHandle(closed));
+    HANDLE next = CreateMutexW(nullptr, FALSE, nullptr);
+    EXPECT_NE(next, closed);
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_FALSE(CloseHandle(closed));
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_TRUE(CloseHandle(next));
 }
 
 TEST(LayerMutexes, WhatIsNotServedIsRefused) {

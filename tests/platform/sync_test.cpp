@@ -1,8 +1,8 @@
 // Critical sections, threads, handles, and the clocks.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <ctime>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -79,12 +79,19 @@ TEST(Interlocked, GivesTheNewCount) {
 }
 
 TEST(LastError, BelongsToTheThread) {
-    SetLastError(5);
-    std::thread([] {
+    std::atomic<int> step{0};
+    std::thread other([&] {
+        while (step != 1) {
+        }
         SetLastError(6);
-        EXPECT_EQ(GetLastError(), 6u);
-    }).join();
+        step = 2;
+    });
+    SetLastError(5);  // behind the start of the thread, and read before its end: both may change it
+    step = 1;
+    while (step != 2) {
+    }
     EXPECT_EQ(GetLastError(), 5u);
+    other.join();
 }
 
 TEST(Mutexes, ANameIsOneObjectUntilItsLastHandle) {

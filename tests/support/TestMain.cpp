@@ -2,9 +2,11 @@
 
 #include <cstdio>
 
+#include "support/ChildRole.h"
 #include "support/Gaps.h"
 
 int main(int argc, char** argv) {
+    if (const std::optional<int> exitCode = CChildRole::Play(argc, argv)) return *exitCode;
     testing::InitGoogleTest(&argc, argv);
     if (const std::string error = HoldTestsToTheGaps(OV_HOMES_TABLE); !error.empty()) {
         std::fprintf(stderr, "%s\n", error.c_str());

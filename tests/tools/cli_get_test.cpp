@@ -28,9 +28,11 @@ TEST_F(CliGet, OneNamePrintsTheBareValue) {
         {"with slashes, deep", "CommonSettings/{B3C9E1A4-52D7-4F0B-9C68-1D7E03A5F246}/OfflineLogonDays", "14\n"},
         {"in another case", "sparekey\\SPAREKEYALLOWED", "1\n"},
         {"beyond ASCII, in another case", "\xC3\xA4RZTLICHE FREIGABE", "n\xC3\xB6tig\n"},
-        {"a Greek path", "\xCE\x95\xCE\xBB\xCE\xBB\xCE\xB7\xCE\xBD\xCE\xB9\xCE\xBA\xCE\xAC/\xCE\xA1\xCF\x8D\xCE\xB8\xCE\xBC\xCE\xB9\xCF\x83\xCE\xB7", "7\n"},
-        {"a list, one mask a line", "LogonPolicy",
-         "0x0000000000000003\n0x0000000000000014\n0x8000000000000001\n"},
+        {"a Greek path",
+         "\xCE\x95\xCE\xBB\xCE\xBB\xCE\xB7\xCE\xBD\xCE\xB9\xCE\xBA\xCE\xAC/"
+         "\xCE\xA1\xCF\x8D\xCE\xB8\xCE\xBC\xCE\xB9\xCF\x83\xCE\xB7",
+         "7\n"},
+        {"a list, one mask a line", "LogonPolicy", "0x0000000000000003\n0x0000000000000014\n0x8000000000000001\n"},
         {"a list under its long spelling", "Applications\\{5ED04F3F-AC3E-4BE0-A157-782B204E2B8C}\\RuntimePolicy",
          "0x0000000000000001\n"},
         {"masks are read by their digits", "CustomizationPolicy", "0x0000000000000010\n0xFFFFFFFFFFFFFFFF\n"},
@@ -74,8 +76,9 @@ TEST_F(CliGet, AValueOfAWrongType) {
     const CRunResult local = Run({"get", "ReportColumns"});
     EXPECT_EQ(local.exitCode, 1) << "passed over, and there is no default";
     EXPECT_EQ(local.output, "");
-    EXPECT_EQ(local.errors, "svinfo: ReportColumns: 0x80070002 it does not exist; what the registry holds under this name "
-                            "is of a wrong type or damaged\n");
+    EXPECT_EQ(local.errors,
+              "svinfo: ReportColumns: 0x80070002 it does not exist; what the registry holds under this name "
+              "is of a wrong type or damaged\n");
 
     Done({"reg", "add", kPolicies + "\\Default", "ReportColumns", "REG_BINARY", "00"});
     const CRunResult both = Run({"get", "ReportColumns"});
@@ -93,7 +96,8 @@ TEST_F(CliGet, ManagedOnlyTakesNoLocalValue) {
 }
 
 TEST_F(CliGet, JsonHasAFixedForm) {
-    const CRunResult result = Run({"get", "--json", "ServerName", "LockTimeout", "LicenseSerial", "RuntimePolicy", "No"});
+    const CRunResult result =
+        Run({"get", "--json", "ServerName", "LockTimeout", "LicenseSerial", "RuntimePolicy", "No"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.output, R"({
   "schema": 1,
@@ -162,17 +166,19 @@ TEST_F(CliGet, ValuesReachAPipeAsTheyAre) {
 }
 
 TEST_F(CliGet, HalfASurrogatePairIsVisible) {
-    const std::string file = Write("half.reg", "\xFF\xFE" + [] {
-        std::string utf16;
-        for (const char c : kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis\\Policies]\r\n\"half\"=\"x?y\"\r\n") {
-            if (c == '?') {
-                utf16 += std::string("\x00\xD8", 2);
-            } else {
-                (utf16 += c) += '\0';
+    const std::string file = Write(
+        "half.reg", "\xFF\xFE" + [] {
+            std::string utf16;
+            for (const char c :
+                 kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis\\Policies]\r\n\"half\"=\"x?y\"\r\n") {
+                if (c == '?') {
+                    utf16 += std::string("\x00\xD8", 2);
+                } else {
+                    (utf16 += c) += '\0';
+                }
             }
-        }
-        return utf16;
-    }());
+            return utf16;
+        }());
     ASSERT_EQ(Run({"reg", "import", file}).exitCode, 0);
     EXPECT_EQ(Done({"get", "half"}), "x\xEF\xBF\xBDy\n");
     EXPECT_EQ(Json({"get", "half"})["items"][0]["value"], "x\xEF\xBF\xBDy");
@@ -185,10 +191,12 @@ TEST_F(CliGet, AModuleThatIsNotThereIsAFailure) {
     for (const auto& file : std::filesystem::directory_iterator(bin)) {
         const std::string name = file.path().filename().string();
         if (name.starts_with("svinfo") || name.starts_with("lib")) {
-            if (name.find("tests") == std::string::npos) std::filesystem::copy(file, elsewhere / file.path().filename());
+            if (name.find("tests") == std::string::npos)
+                std::filesystem::copy(file, elsewhere / file.path().filename());
         }
     }
-    const CRunResult result = RunProgram({(elsewhere / "svinfo").string(), "--root", m_root.Path().string(), "get", "A"});
+    const CRunResult result =
+        RunProgram({(elsewhere / "svinfo").string(), "--root", m_root.Path().string(), "get", "A"});
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.errors, "svinfo: load the module OvSvInfo: 0x8007007E the module was not found\n");
 }

@@ -19,16 +19,17 @@ class CliReg : public CliTest {
 };
 
 TEST_F(CliReg, ImportSetsAndDeletes) {
-    const CRunResult first = Import("[" + kLongKey + "\\A]\r\n\"a\"=dword:1\r\n\"b\"=\"x\"\r\n[" + kLongKey + "\\B\\C]\r\n@=\"y\"\r\n");
+    const CRunResult first =
+        Import("[" + kLongKey + "\\A]\r\n\"a\"=dword:1\r\n\"b\"=\"x\"\r\n[" + kLongKey + "\\B\\C]\r\n@=\"y\"\r\n");
     EXPECT_EQ(first.exitCode, 0);
     EXPECT_EQ(first.output, "");
     EXPECT_TRUE(first.errors.ends_with("f.reg: 2 keys, 3 values set, 0 keys and 0 values deleted, 0 lines skipped\n"))
         << first.errors;
-    EXPECT_EQ(Tree(kKey), "[" + kLongKey + "] | [" + kLongKey + "\\A] a=#1 b=\"x\" | [" + kLongKey + "\\B] | [" + kLongKey +
-                              "\\B\\C] @=\"y\"");
+    EXPECT_EQ(Tree(kKey), "[" + kLongKey + "] | [" + kLongKey + "\\A] a=#1 b=\"x\" | [" + kLongKey + "\\B] | [" +
+                              kLongKey + "\\B\\C] @=\"y\"");
 
-    const CRunResult second = Import("[" + kLongKey + "\\A]\r\n\"a\"=-\r\n\"none\"=-\r\n[-" + kLongKey + "\\B]\r\n[-" + kLongKey +
-                                     "\\None]\r\n");
+    const CRunResult second = Import("[" + kLongKey + "\\A]\r\n\"a\"=-\r\n\"none\"=-\r\n[-" + kLongKey + "\\B]\r\n[-" +
+                                     kLongKey + "\\None]\r\n");
     EXPECT_TRUE(second.errors.ends_with("1 key, 0 values set, 1 key and 1 value deleted, 0 lines skipped\n"))
         << "what is not there cannot be deleted, and that is no failure: " << second.errors;
     EXPECT_EQ(Tree(kKey), "[" + kLongKey + "] | [" + kLongKey + "\\A] b=\"x\"");
@@ -36,8 +37,9 @@ TEST_F(CliReg, ImportSetsAndDeletes) {
 
 TEST_F(CliReg, ImportTellsWhatItSkips) {
     const std::string file = Write("f.reg", kHeader + "[" + kLongKey + "]\r\n\"a\"=x\r\n\"b\"=dword:1\r\njunk\r\n");
-    const std::string skipped = file + ":4:5: found 'x', expected text in quotes, dword:, hex:, hex(N): or -; skipped\n" +
-                                file + ":6:1: found 'junk', expected a key in brackets, a value, or a comment; skipped\n";
+    const std::string skipped =
+        file + ":4:5: found 'x', expected text in quotes, dword:, hex:, hex(N): or -; skipped\n" + file +
+        ":6:1: found 'junk', expected a key in brackets, a value, or a comment; skipped\n";
     const CRunResult result = Run({"reg", "import", file});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, skipped + file + ": 1 key, 1 value set, 0 keys and 0 values deleted, 2 lines skipped\n");
@@ -62,13 +64,15 @@ TEST_F(CliReg, ABadFileChangesNothingAndGives4) {
         std::string bytes;
         const char* message;
     } rows[] = {
-        {"no header", "junk" + body, ":1:1: found 'junk', expected 'Windows Registry Editor Version 5.00' or 'REGEDIT4'\n"},
+        {"no header", "junk" + body,
+         ":1:1: found 'junk', expected 'Windows Registry Editor Version 5.00' or 'REGEDIT4'\n"},
         {"nothing", "", ":1:1: found the end of the line, expected "},
         {"no UTF-8 at its end", "Windows Registry Editor Version 5.00" + body + "; \xFF",
          ":4:3: found bytes that are no UTF-8, expected "},
         {"half a character at its end", regtext::Utf16File("REGEDIT4" + body) + "x",
          ":4:1: found half a character at the end of the file, expected "},
-        {"the other byte order", std::string("\xFE\xFF\0R", 4), ":1:1: found UTF-16 in the big-endian order, expected "},
+        {"the other byte order", std::string("\xFE\xFF\0R", 4),
+         ":1:1: found UTF-16 in the big-endian order, expected "},
     };
     for (const auto& row : rows) {
         const std::string file = Write("bad.reg", row.bytes);
@@ -141,10 +145,12 @@ TEST_F(CliReg, TheSampleIsWhatAnExportWouldBe) {
 }
 
 TEST_F(CliReg, OddValuesSurviveExportAndImport) {
-    const std::string body = "[" + kLongKey + "]\r\n\"size0\"=hex(1):\r\n\"odd\"=hex(1):61,00,62\r\n\"noend\"=hex(1):61,00\r\n"
+    const std::string body = "[" + kLongKey +
+                             "]\r\n\"size0\"=hex(1):\r\n\"odd\"=hex(1):61,00,62\r\n\"noend\"=hex(1):61,00\r\n"
                              "\"inner\"=hex(1):61,00,00,00,62,00,00,00\r\n\"tab\"=hex(1):09,00,00,00\r\n"
                              "\"dw3\"=hex(4):01,02,03\r\n\"none\"=hex(0):\r\n\"type\"=hex(ffff1234):00,01\r\n"
-                             "\"q\\\"b\\\\\"=\"q\\\"b\\\\\"\r\n[" + kLongKey + "\\br]ack[et]\r\n[" + kLongKey + "\\sl/ash \"q\" ]\r\n";
+                             "\"q\\\"b\\\\\"=\"q\\\"b\\\\\"\r\n[" +
+                             kLongKey + "\\br]ack[et]\r\n[" + kLongKey + "\\sl/ash \"q\" ]\r\n";
     EXPECT_EQ(Import(body).exitCode, 0);
     const std::string tree = Tree(kKey);
     EXPECT_NE(tree.find("odd=1:610062"), std::string::npos) << tree;
@@ -193,14 +199,15 @@ TEST_F(CliReg, AddWritesEveryType) {
         const char* type;
         const char* data;
     } rows[] = {
-        {"sz", "REG_SZ", "x y"},         {"exp", "reg_expand_sz", "%PATH%"}, {"dw", "REG_DWORD", "0x10"},
-        {"qw", "REG_QWORD", "18446744073709551615"}, {"bin", "REG_BINARY", "00ff"}, {"multi", "REG_MULTI_SZ", "a\\0b"},
+        {"sz", "REG_SZ", "x y"},       {"exp", "reg_expand_sz", "%PATH%"},
+        {"dw", "REG_DWORD", "0x10"},   {"qw", "REG_QWORD", "18446744073709551615"},
+        {"bin", "REG_BINARY", "00ff"}, {"multi", "REG_MULTI_SZ", "a\\0b"},
         {"", "REG_SZ", "default"},
     };
     for (const auto& row : rows) EXPECT_EQ(Done({"reg", "add", kKey + "\\A\\B", row.value, row.type, row.data}), "");
-    EXPECT_EQ(Tree(kKey + "\\A\\B"),
-              "[" + kLongKey + "\\A\\B] @=\"default\" bin=3:00ff dw=#16 exp=2:2500500041005400480025000000 "
-              "multi=7:61000000620000000000 qw=b:ffffffffffffffff sz=\"x y\"");
+    EXPECT_EQ(Tree(kKey + "\\A\\B"), "[" + kLongKey +
+                                         "\\A\\B] @=\"default\" bin=3:00ff dw=#16 exp=2:2500500041005400480025000000 "
+                                         "multi=7:61000000620000000000 qw=b:ffffffffffffffff sz=\"x y\"");
     Done({"reg", "add", kKey + "\\A\\B", "@", "REG_SZ", "again"});
     EXPECT_EQ(Done({"reg", "query", kKey + "\\A\\B", "@"}), "@\tREG_SZ\tagain\n");
     EXPECT_EQ(Run({"reg", "add", kKey + "\\C", "v", "REG_DWORD", "many"}).exitCode, 2);
@@ -224,8 +231,11 @@ TEST_F(CliReg, DeleteTakesAValueOrAKeyWithAllBelow) {
 }
 
 TEST_F(CliReg, QueryShowsValuesAndSubkeys) {
-    Import("[" + kLongKey + "]\r\n@=\"d\"\r\n\"bad\"=hex(1):61\r\n\"dw\"=dword:ffffffff\r\n\"multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
-           "\"qw\"=hex(b):01,00,00,00,00,00,00,00\r\n[" + kLongKey + "\\Sub]\r\n");
+    Import("[" + kLongKey +
+           "]\r\n@=\"d\"\r\n\"bad\"=hex(1):61\r\n\"dw\"=dword:ffffffff\r\n\"multi\"=hex(7):61,00,00,00,62,00,00,00,00,"
+           "00\r\n"
+           "\"qw\"=hex(b):01,00,00,00,00,00,00,00\r\n[" +
+           kLongKey + "\\Sub]\r\n");
     EXPECT_EQ(Done({"reg", "query", kKey}),
               "@\tREG_SZ\td\nbad\tREG_SZ\t61\ndw\tREG_DWORD\t4294967295\nmulti\tREG_MULTI_SZ\ta\\0b\n"
               "qw\tREG_QWORD\t0x0000000000000001\nSub\tkey\t\n");

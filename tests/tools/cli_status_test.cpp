@@ -56,7 +56,8 @@ TEST_F(CliStatus, EachItemCountsOnce) {
               "DisableCredentials\nKioskRuntimePolicy\nLockTimeout\nLogonPolicy\nPasswordMaxAge\nPasswordMinLength\n"
               "ServerName\nSpareKey\\SpareKeyAllowed\nWelcomeText\n");
     const std::size_t local = LocalItemNames(LocalLevel::Local).size();
-    Done({"reg", "add", "HKLM\\SOFTWARE\\Orvantis\\Policies\\AuthenticationPolicies\\logonpolicy", "x", "REG_DWORD", "1"});
+    Done({"reg", "add", "HKLM\\SOFTWARE\\Orvantis\\Policies\\AuthenticationPolicies\\logonpolicy", "x", "REG_DWORD",
+          "1"});
     Done({"reg", "add", kPolicies, "LOGONPOLICY", "REG_DWORD", "1"});
     EXPECT_EQ(LocalItemNames(LocalLevel::Local).size(), local) << "one policy in all of its forms";
 }

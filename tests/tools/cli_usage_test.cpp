@@ -52,8 +52,9 @@ TEST_F(CliUsage, ColorTakesThreeWords) {
 
 TEST_F(CliUsage, HelpListsWhatWorks) {
     const std::string text = Done({"help"});
-    for (const char* verb : {"get NAME...", "status", "reg import FILE", "reg export KEY [FILE]", "reg query KEY [VALUE]",
-                             "reg add KEY VALUE TYPE DATA", "reg delete KEY [VALUE]", "help [VERB]", "version"}) {
+    for (const char* verb :
+         {"get NAME...", "status", "reg import FILE", "reg export KEY [FILE]", "reg query KEY [VALUE]",
+          "reg add KEY VALUE TYPE DATA", "reg delete KEY [VALUE]", "help [VERB]", "version"}) {
         EXPECT_NE(text.find(std::string("\n  ") + verb), std::string::npos) << verb;
     }
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";
@@ -65,6 +66,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
 TEST_F(CliUsage, HelpOfOneVerbAndOfAFamily) {
     EXPECT_TRUE(Done({"help", "get"}).starts_with("usage: svinfo get NAME..."));
     EXPECT_EQ(Done({"get", "--help"}), Done({"help", "get"})) << "no argument is missing to one who asks for help";
+    EXPECT_EQ(Done({"reg", "--help"}), Done({"help", "reg"}));
     EXPECT_TRUE(Done({"help", "reg", "add"}).starts_with("usage: svinfo reg add KEY"));
     const std::string family = Done({"help", "reg"});
     for (const char* verb : {"import", "export", "query", "add", "delete"}) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "svinfo/Failure.h"
 #include "svinfo/Text.h"
 

@@ -38,17 +38,27 @@ class CMutator {
     std::size_t Below(std::size_t limit) { return limit ? m_random() % limit : 0; }
 
     void Once(std::string& bytes) {
-        static const std::string kTokens[] = {"\\", "\"", "[", "]", "[-", "=", "hex:", "hex(7):", ",", ",\\\r\n", ";",
-                                              "#", "@", "\r", "\n", "-", "dword:", std::string(1, '\0'), "\xFF", "\xD8"};
+        static const std::string kTokens[] = {"\\",   "\"",      "[",  "]",       "[-",     "=",
+                                              "hex:", "hex(7):", ",",  ",\\\r\n", ";",      "#",
+                                              "@",    "\r",      "\n", "-",       "dword:", std::string(1, '\0'),
+                                              "\xFF", "\xD8"};
         const std::size_t at = Below(bytes.size() + 1);
         switch (Below(6)) {
             case 0:
                 if (at < bytes.size()) bytes[at] = static_cast<char>(m_random());
                 break;
-            case 1: bytes.erase(at, 1 + Below(8)); break;
-            case 2: bytes.insert(at, kTokens[Below(std::size(kTokens))]); break;
-            case 3: bytes.resize(at); break;
-            case 4: bytes.insert(at, bytes.substr(Below(bytes.size() + 1), Below(200))); break;
+            case 1:
+                bytes.erase(at, 1 + Below(8));
+                break;
+            case 2:
+                bytes.insert(at, kTokens[Below(std::size(kTokens))]);
+                break;
+            case 3:
+                bytes.resize(at);
+                break;
+            case 4:
+                bytes.insert(at, bytes.substr(Below(bytes.size() + 1), Below(200)));
+                break;
             default:
                 for (const char unit : kTokens[Below(std::size(kTokens))]) {
                     // As a 16-bit character, in the place of another one.

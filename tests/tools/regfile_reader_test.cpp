@@ -23,8 +23,10 @@ template <std::size_t N>
 void ExpectBelowKey(const Row (&rows)[N]) {
     for (const Row& row : rows) {
         std::string expected = row.expected;
-        if (!expected.empty() && expected[0] != '!') expected = " " + expected;
-        else if (!expected.empty()) expected = " | " + expected;
+        if (!expected.empty() && expected[0] != '!')
+            expected = " " + expected;
+        else if (!expected.empty())
+            expected = " | " + expected;
         EXPECT_EQ(ReadText(kFive + kKey + row.input), "[HKEY_USERS\\K]" + expected) << row.why;
     }
 }
@@ -138,7 +140,8 @@ TEST(RegFileReader, Keys) {
 TEST(RegFileReader, ValuesNeedAnOpenKey) {
     const Row rows[] = {
         {"before any key", "\"a\"=dword:1\n" + kKey, "[HKEY_USERS\\K] | !3:1"},
-        {"behind a deleted key", kKey + "[-HKEY_USERS\\K\\L]\n\"a\"=dword:1", "[HKEY_USERS\\K] | [-HKEY_USERS\\K\\L] | !5:1"},
+        {"behind a deleted key", kKey + "[-HKEY_USERS\\K\\L]\n\"a\"=dword:1",
+         "[HKEY_USERS\\K] | [-HKEY_USERS\\K\\L] | !5:1"},
         {"behind a key that was not understood: not the key before it",
          kKey + "[HKEY_USERSX\\L]\n\"a\"=dword:1\n@=-\n" + kKey + "\"b\"=dword:2",
          "[HKEY_USERS\\K] | [HKEY_USERS\\K] b=#2 | !4:2 | !5:1 | !6:1"},
@@ -171,6 +174,7 @@ TEST(RegFileReader, LinesOfTheBody) {
         {"no data", "\"a\"=", "!4:5"},
         {"a comment for data", "\"a\"=;\"x\"", "!4:5"},
         {"data of no form", "\"a\"=x", "!4:5"},
+        {"columns count characters", "\"\xC3\xA4\xF0\x9F\x99\x82\"=x", "!4:6"},
         {"a NUL in a name", std::string("\"a\0\"=dword:1", 12), "!4:3"},
     };
     ExpectBelowKey(rows);
@@ -244,7 +248,8 @@ TEST(RegFileReader, HexTypes) {
         {"a prefix", "\"a\"=hex(0x2):01", "!4:9"},
         {"no number", "\"a\"=hex():01\n\"b\"=hex(x2):01", "!4:9 | !5:9"},
         {"no colon", "\"a\"=hex(2)01", "!4:9"},
-        {"no bytes, every type", "\"a\"=hex:\n\"b\"=hex(1):\n\"c\"=hex(2):\n\"d\"=hex(4):\n\"e\"=hex(7):\n\"f\"=hex(abcd):",
+        {"no bytes, every type",
+         "\"a\"=hex:\n\"b\"=hex(1):\n\"c\"=hex(2):\n\"d\"=hex(4):\n\"e\"=hex(7):\n\"f\"=hex(abcd):",
          "a=3: b=1: c=2: d=4: e=7: f=abcd:"},
     };
     ExpectBelowKey(rows);
@@ -338,8 +343,7 @@ TEST(RegFileReader, MessagesSayWhatWasFoundAndExpected) {
         ReadRegFile("Windows Registry\n");
         FAIL() << "no header";
     } catch (const CBadRegFile& bad) {
-        EXPECT_EQ(bad.text,
-                  "found 'Windows Registry', expected 'Windows Registry Editor Version 5.00' or 'REGEDIT4'");
+        EXPECT_EQ(bad.text, "found 'Windows Registry', expected 'Windows Registry Editor Version 5.00' or 'REGEDIT4'");
     }
 }
 

@@ -10,9 +10,13 @@ using regtext::FileText;
 
 namespace {
 
-CRegPath Key(wstr_view below) { return ParseRegPath(W("HKEY_USERS\\") + wstr(below), RootNames::Long); }
+CRegPath Key(wstr_view below) {
+    return ParseRegPath(W("HKEY_USERS\\") + wstr(below), RootNames::Long);
+}
 
-std::vector<BYTE> Bytes(std::initializer_list<int> bytes) { return {bytes.begin(), bytes.end()}; }
+std::vector<BYTE> Bytes(std::initializer_list<int> bytes) {
+    return {bytes.begin(), bytes.end()};
+}
 
 std::vector<BYTE> TextBytes(wstr_view text) {
     std::vector<BYTE> bytes;
@@ -54,18 +58,24 @@ const struct {
     {"a value that is named like it", {W("@"), false, REG_SZ, TextBytes(kNul)}, "\"@\"=\"\""},
     {"escapes", {W("a\\\"b"), false, REG_SZ, TextBytes(W("c\\\"d") + kNul)}, "\"a\\\\\\\"b\"=\"c\\\\\\\"d\""},
     {"a name with a line break", {W("a\r\nb"), false, REG_SZ, TextBytes(kNul)}, "\"a\\r\\nb\"=\"\""},
-    {"beyond ASCII", {W("\u00e4"), false, REG_SZ, TextBytes(W("\u20ac\U0001f642") + kNul)},
+    {"beyond ASCII",
+     {W("\u00e4"), false, REG_SZ, TextBytes(W("\u20ac\U0001f642") + kNul)},
      "\"\xC3\xA4\"=\"\xE2\x82\xAC\xF0\x9F\x99\x82\""},
     {"text without its end", {W("a"), false, REG_SZ, TextBytes(W("x"))}, "\"a\"=hex(1):78,00"},
+    {"text with half a character behind it",
+     {W("a"), false, REG_SZ, Bytes({0x78, 0, 0, 0, 5})},
+     "\"a\"=hex(1):78,00,00,00,05"},
     {"text of an odd size", {W("a"), false, REG_SZ, Bytes({0x78, 0, 0})}, "\"a\"=hex(1):78,00,00"},
-    {"text with a NUL inside", {W("a"), false, REG_SZ, TextBytes(W("x") + kNul + W("y") + kNul)},
+    {"text with a NUL inside",
+     {W("a"), false, REG_SZ, TextBytes(W("x") + kNul + W("y") + kNul)},
      "\"a\"=hex(1):78,00,00,00,79,00,00,00"},
-    {"text with two ends", {W("a"), false, REG_SZ, TextBytes(W("x") + kNul + kNul)},
-     "\"a\"=hex(1):78,00,00,00,00,00"},
+    {"text with two ends", {W("a"), false, REG_SZ, TextBytes(W("x") + kNul + kNul)}, "\"a\"=hex(1):78,00,00,00,00,00"},
     {"text with a line break", {W("a"), false, REG_SZ, TextBytes(W("\n") + kNul)}, "\"a\"=hex(1):0a,00,00,00"},
     {"text with a tab", {W("a"), false, REG_SZ, TextBytes(W("\t") + kNul)}, "\"a\"=hex(1):09,00,00,00"},
     {"text of no size", {W("a"), false, REG_SZ, {}}, "\"a\"=hex(1):"},
-    {"half a surrogate pair", {W("a"), false, REG_SZ, TextBytes(wstr(1, WCHAR(0xD83D)) + kNul)}, "\"a\"=\"\xEF\xBF\xBD\""},
+    {"half a surrogate pair",
+     {W("a"), false, REG_SZ, TextBytes(wstr(1, WCHAR(0xD83D)) + kNul)},
+     "\"a\"=\"\xEF\xBF\xBD\""},
     {"text to be expanded", {W("a"), false, REG_EXPAND_SZ, TextBytes(W("%") + kNul)}, "\"a\"=hex(2):25,00,00,00"},
     {"a number", {W("a"), false, REG_DWORD, Bytes({0xEF, 0xBE, 0xAD, 0xDE})}, "\"a\"=dword:deadbeef"},
     {"a number of a wrong size", {W("a"), false, REG_DWORD, Bytes({1, 0, 0})}, "\"a\"=hex(4):01,00,00"},
@@ -73,7 +83,9 @@ const struct {
     {"bytes", {W("a"), false, REG_BINARY, Bytes({0, 0xFF})}, "\"a\"=hex:00,ff"},
     {"no bytes", {W("a"), false, REG_BINARY, {}}, "\"a\"=hex:"},
     {"no type", {W("a"), false, REG_NONE, {}}, "\"a\"=hex(0):"},
-    {"a number the other way round", {W("a"), false, REG_DWORD_BIG_ENDIAN, Bytes({0, 0, 0, 1})}, "\"a\"=hex(5):00,00,00,01"},
+    {"a number the other way round",
+     {W("a"), false, REG_DWORD_BIG_ENDIAN, Bytes({0, 0, 0, 1})},
+     "\"a\"=hex(5):00,00,00,01"},
     {"a type of no name", {W("a"), false, 0xFFFF1234, Bytes({1})}, "\"a\"=hex(ffff1234):01"},
     {"deletion", {W("a"), true, REG_NONE, {}}, "\"a\"=-"},
 };
@@ -99,17 +111,18 @@ TEST(RegFileWriter, ValuesComeBackAsTheyWere) {
 
 TEST(RegFileWriter, Layout) {
     const CRegEntry entry{W("a"), false, REG_DWORD, Bytes({1, 0, 0, 0})};
-    EXPECT_EQ(Written({{Key(W("A")), false, 0, {entry, entry}}, {Key(W("A\\]")), false, 0, {}}, {Key(W("B")), true, 0, {}}}),
-              "Windows Registry Editor Version 5.00\r\n"
-              "\r\n"
-              "[HKEY_USERS\\A]\r\n"
-              "\"a\"=dword:00000001\r\n"
-              "\"a\"=dword:00000001\r\n"
-              "\r\n"
-              "[HKEY_USERS\\A\\]]\r\n"
-              "\r\n"
-              "[-HKEY_USERS\\B]\r\n"
-              "\r\n");
+    EXPECT_EQ(
+        Written({{Key(W("A")), false, 0, {entry, entry}}, {Key(W("A\\]")), false, 0, {}}, {Key(W("B")), true, 0, {}}}),
+        "Windows Registry Editor Version 5.00\r\n"
+        "\r\n"
+        "[HKEY_USERS\\A]\r\n"
+        "\"a\"=dword:00000001\r\n"
+        "\"a\"=dword:00000001\r\n"
+        "\r\n"
+        "[HKEY_USERS\\A\\]]\r\n"
+        "\r\n"
+        "[-HKEY_USERS\\B]\r\n"
+        "\r\n");
     EXPECT_EQ(Written({}), "Windows Registry Editor Version 5.00\r\n\r\n");
 }
 

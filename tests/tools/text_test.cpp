@@ -39,7 +39,9 @@ TEST(Text, Utf8IsReadStrictly) {
 
 TEST(Text, LoneSurrogatesBecomeVisible) {
     const WCHAR high = 0xD83D, low = 0xDE42;
-    EXPECT_EQ(ToUtf8(wstr{high, 'a'}), "\xEF\xBF\xBD" "a");
+    EXPECT_EQ(ToUtf8(wstr{high, 'a'}),
+              "\xEF\xBF\xBD"
+              "a");
     EXPECT_EQ(ToUtf8(wstr{'a', high}), "a\xEF\xBF\xBD");
     EXPECT_EQ(ToUtf8(wstr{low, high}), "\xEF\xBF\xBD\xEF\xBF\xBD");
     EXPECT_EQ(ToUtf8(wstr{high, high, low}), "\xEF\xBF\xBD\xF0\x9F\x99\x82");
@@ -55,7 +57,10 @@ TEST(Text, WhatSteersATerminalIsWrittenOut) {
         {"an escape sequence", "\x1B[2J", "\\x1B[2J"},
         {"the common ones by name", "a\tb\r\n", "a\\tb\\r\\n"},
         {"delete", "\x7F", "\\x7F"},
-        {"the second set of controls", "\xC2\x9B" "31m", "\\x9B31m"},
+        {"the second set of controls",
+         "\xC2\x9B"
+         "31m",
+         "\\x9B31m"},
         {"a turn of direction", "\xE2\x80\xAEtxt", "\\u202Etxt"},
         {"an isolate", "\xE2\x81\xA6", "\\u2066"},
         {"a line separator", "\xE2\x80\xA8", "\\u2028"},
@@ -71,7 +76,9 @@ TEST(Text, QuotedTextIsCutBetweenCharacters) {
     EXPECT_EQ(Quoted(std::string_view("\xFF")), "'\\xFF'");
 }
 
-TEST(Text, CodePage1252) { EXPECT_EQ(FromCodePage1252("a\x80\xE9"), W("a\u20ac\u00e9")); }
+TEST(Text, CodePage1252) {
+    EXPECT_EQ(FromCodePage1252("a\x80\xE9"), W("a\u20ac\u00e9"));
+}
 
 TEST(Table, AlignedOnATerminalTabsElsewhere) {
     const CTable table{{"NAME", "VALUE"},
@@ -112,11 +119,12 @@ TEST(Suggest, TheNearestWord) {
         const char* word;
         std::optional<std::string> nearest;
     } rows[] = {
-        {"gte", "get"},      {"GET", "get"},         {"statsu", "status"},   {"reg improt", "reg import"},
-        {"hlep", "help"},    {"verison", "version"}, {"reg expert", "reg export"}, {"zzz", std::nullopt},
-        {"", std::nullopt},  {"x", std::nullopt},    {"completely", std::nullopt},
+        {"gte", "get"},     {"GET", "get"},         {"statsu", "status"},         {"reg improt", "reg import"},
+        {"hlep", "help"},   {"verison", "version"}, {"reg expert", "reg export"}, {"zzz", std::nullopt},
+        {"", std::nullopt}, {"x", std::nullopt},    {"completely", std::nullopt},
     };
     for (const auto& row : rows) EXPECT_EQ(NearestWord(row.word, verbs), row.nearest) << row.word;
+    EXPECT_EQ(NearestWord("xy", {"on"}), std::nullopt) << "nothing of the word is left";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "svinfo/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <map>
@@ -14,7 +15,8 @@ namespace {
 
 const CVerb kVerbs[] = {
     {"get", "NAME... [--default] [--managed-only]", "values as the component answers them",
-     "\nOne NAME prints the bare value and nothing else; several, or -v, a table of name, value, type and state (managed,\n"
+     "\nOne NAME prints the bare value and nothing else; several, or -v, a table of name, value, type and state "
+     "(managed,\n"
      "local, absent, error). Arrays have one mask a line. A/B/C means A\\B\\C where the whole name has no backslash.\n"
      "  --default        ask for the product's default alone\n"
      "  --managed-only   a local value counts as absent\n",
@@ -27,7 +29,8 @@ const CVerb kVerbs[] = {
      "\nWithout FILE the same bytes go to standard output.\n", DefineRegExport},
     {"reg query", "KEY [VALUE]", "a key's values and subkeys, or one value", "", DefineRegQuery},
     {"reg add", "KEY VALUE TYPE DATA", "sets a value, and creates its key",
-     "\nKEY begins with HKLM, HKCU, HKCR, HKU or the long name. VALUE '' or @ is the key's default value. TYPE and DATA:\n"
+     "\nKEY begins with HKLM, HKCU, HKCR, HKU or the long name. VALUE '' or @ is the key's default value. TYPE and "
+     "DATA:\n"
      "  REG_SZ, REG_EXPAND_SZ   text\n"
      "  REG_DWORD, REG_QWORD    a number, in decimal or with 0x\n"
      "  REG_BINARY              two hexadecimal digits for each byte\n"
@@ -38,8 +41,8 @@ const CVerb kVerbs[] = {
     {"version", "", "the version", "", DefineVersion},
 };
 
-// The parser would take an argument like "[a,b]" for two values. A name may well look so: it gets an end that no argument
-// can have, and loses it again before anyone sees it.
+// The parser would take an argument like "[a,b]" for two values. A name may well look so: it gets an end that no
+// argument can have, and loses it again before anyone sees it.
 constexpr char kWholeArgument = '\0';
 
 std::string MarkWhole(std::string argument) {
@@ -76,6 +79,8 @@ class CParser {
     CGlobalOptions& Options() noexcept { return m_options; }
     // The verb that was asked for; null if none was.
     const CDefinedVerb* Chosen() const noexcept;
+    // Its name, or that of the family when only that was given; empty if nothing was.
+    std::string ChosenName() const;
 
   private:
     CLI::App* Define(const CVerb& verb);
@@ -139,6 +144,14 @@ const CDefinedVerb* CParser::Chosen() const noexcept {
     return nullptr;
 }
 
+std::string CParser::ChosenName() const {
+    if (const CDefinedVerb* chosen = Chosen()) return chosen->verb->name;
+    for (const auto& [name, parser] : m_families) {
+        if (parser->parsed()) return name;
+    }
+    return {};
+}
+
 std::vector<std::string> CParser::OptionNames() const {
     std::vector<std::string> names;
     const auto add = [&names](const CLI::App& parser) {
@@ -166,14 +179,11 @@ void CParser::RefuseUnknownOption() const {
 }
 
 void CParser::RefuseUnknownVerb() const {
-    std::string family;
-    for (const auto& [name, parser] : m_families) {
-        if (parser->parsed()) family = name;
-    }
+    const std::string family = ChosenName();
     const std::vector<std::string> left = LeftOver();
-    const std::string verb = left.empty() ? family : (family.empty() ? "" : family + " ") + left[0];
     const std::string pages = "; 'svinfo help" + (family.empty() ? "" : " " + family) + "' lists them";
     if (left.empty()) throw CCommandFailure(ExitCode::Usage, "a verb is missing" + pages);
+    const std::string verb = (family.empty() ? "" : family + " ") + left[0];
     std::vector<std::string> names;
     for (const CVerb& known : kVerbs) names.emplace_back(known.name);
     throw CCommandFailure(ExitCode::Usage, "unknown verb " + Quoted(verb) + Suggestion(verb, names) + pages);
@@ -185,7 +195,8 @@ void CParser::Parse(std::vector<std::string> args) {
     std::string wrong;
     try {
         m_app.parse(std::move(args));
-        if (const std::vector<std::string> left = LeftOver(); !left.empty()) wrong = "one argument too many, " + Quoted(left[0]);
+        const std::vector<std::string> left = LeftOver();
+        if (!left.empty()) wrong = "one argument too many, " + Quoted(left[0]);
     } catch (const CLI::ParseError& error) {
         wrong = error.what();
     }
@@ -194,9 +205,9 @@ void CParser::Parse(std::vector<std::string> args) {
     const CDefinedVerb* chosen = Chosen();
     if (!chosen && (wrong.empty() || !LeftOver().empty())) RefuseUnknownVerb();
     if (wrong.empty()) return;
-    throw CCommandFailure(ExitCode::Usage,
-                          chosen ? std::string(chosen->verb->name) + ": " + wrong + "\n" + UsageLine(*chosen->verb)
-                                 : wrong);
+    throw CCommandFailure(
+        ExitCode::Usage,
+        chosen ? std::string(chosen->verb->name) + ": " + wrong + "\n" + UsageLine(*chosen->verb) : wrong);
 }
 
 bool WantsColor(const std::string& when, bool terminal) {
@@ -207,6 +218,13 @@ bool WantsColor(const std::string& when, bool terminal) {
     return terminal;
 }
 
+void UseRoot(const std::string& path) {
+    if (path.empty()) throw CCommandFailure(ExitCode::Usage, "--root: found an empty path, expected a folder");
+    if (const DWORD error = OvSetRoot(path.c_str())) {
+        throw FailureOf("use the root " + Quoted(path), HRESULT_FROM_WIN32(error));
+    }
+}
+
 ExitCode Run(const std::vector<std::string>& args, bool terminal) {
     CParser parser;
     parser.Parse(args);
@@ -214,23 +232,22 @@ ExitCode Run(const std::vector<std::string>& args, bool terminal) {
     options.style.color = WantsColor(options.color, terminal);
     options.style.terminal = terminal;
     COutput output(options.style, stdout, stderr);
-    const CDefinedVerb* chosen = parser.Chosen();
     if (options.help) {
-        output.Bytes(HelpText(chosen ? chosen->verb->name : ""));
+        output.Bytes(HelpText(parser.ChosenName()));
         output.Finish();
         return ExitCode::Ok;
     }
-    if (options.root && OvSetRoot(options.root->c_str()) != ERROR_SUCCESS) {
-        throw CCommandFailure(ExitCode::Usage, "--root: found an empty path, expected a folder");
-    }
-    const ExitCode code = chosen->action(output);
+    if (options.root) UseRoot(*options.root);
+    const ExitCode code = parser.Chosen()->action(output);
     output.Finish();
     return code;
 }
 
 }  // namespace
 
-std::span<const CVerb> Verbs() noexcept { return kVerbs; }
+std::span<const CVerb> Verbs() noexcept {
+    return kVerbs;
+}
 
 ExitCode RunCommandLine(const std::vector<std::string>& args, bool terminal) noexcept {
     try {

@@ -17,7 +17,9 @@ fs::path PathOf(const std::string& utf8) {
 }
 
 // Streams tell no reason but leave the C library's.
-std::error_code LastStreamError() { return std::error_code(errno != 0 ? errno : EIO, std::generic_category()); }
+std::error_code LastStreamError() {
+    return std::error_code(errno != 0 ? errno : EIO, std::generic_category());
+}
 
 [[noreturn]] void FailWrite(const std::string& path, const std::error_code& error) {
     const bool denied = error == std::errc::permission_denied || error == std::errc::read_only_file_system;
@@ -76,7 +78,7 @@ std::string ReadWholeFile(const std::string& path) {
     return bytes;
 }
 
-void ReplaceFile(const std::string& path, std::string_view bytes) {
+void WriteWholeFile(const std::string& path, std::string_view bytes) {
     std::error_code error;
     fs::path target = PathOf(path);
     const fs::file_status status = fs::status(target, error);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "svinfo/Failure.h"
@@ -16,17 +17,23 @@ std::string TextOf(const OV_SERVER_VALUE& value) {
 
 std::string LineOf(const OV_SERVER_VALUE& value) {
     switch (value.type) {
-        case OV_TYPE_STRING: return TextOf(value);
-        case OV_TYPE_DWORD: return std::to_string(static_cast<DWORD>(value.data));
-        default: return "0x" + MaskDigits(value.data);
+        case OV_TYPE_STRING:
+            return TextOf(value);
+        case OV_TYPE_DWORD:
+            return std::to_string(static_cast<DWORD>(value.data));
+        default:
+            return "0x" + MaskDigits(value.data);
     }
 }
 
 json JsonOf(const OV_SERVER_VALUE& value) {
     switch (value.type) {
-        case OV_TYPE_STRING: return TextOf(value);
-        case OV_TYPE_DWORD: return static_cast<DWORD>(value.data);
-        default: return MaskDigits(value.data);
+        case OV_TYPE_STRING:
+            return TextOf(value);
+        case OV_TYPE_DWORD:
+            return static_cast<DWORD>(value.data);
+        default:
+            return MaskDigits(value.data);
     }
 }
 
@@ -40,7 +47,9 @@ std::vector<OV_SERVER_VALUE> ElementsOf(const OV_SERVER_VALUE& value) {
 CItem::CItem(CItem&& other) noexcept
     : m_name(std::move(other.m_name)), m_result(other.m_result), m_value(std::exchange(other.m_value, {})) {}
 
-CItem::~CItem() { OvFreeServerValue(m_value); }
+CItem::~CItem() {
+    OvFreeServerValue(m_value);
+}
 
 void CItem::Take(const OV_SERVER_INFO_EX& record) noexcept {
     m_result = record.hr;
@@ -56,11 +65,16 @@ ItemState CItem::State() const noexcept {
 
 const char* CItem::TypeName() const noexcept {
     switch (m_value.type) {
-        case OV_TYPE_STRING: return "string";
-        case OV_TYPE_DWORD: return "dword";
-        case OV_TYPE_QWORD: return "qword";
-        case OV_TYPE_ARRAY: return "array";
-        default: return "null";
+        case OV_TYPE_STRING:
+            return "string";
+        case OV_TYPE_DWORD:
+            return "dword";
+        case OV_TYPE_QWORD:
+            return "qword";
+        case OV_TYPE_ARRAY:
+            return "array";
+        default:
+            return "null";
     }
 }
 
@@ -84,20 +98,28 @@ json CItem::Json() const {
 
 const char* StateName(ItemState state) noexcept {
     switch (state) {
-        case ItemState::Managed: return "managed";
-        case ItemState::Local: return "local";
-        case ItemState::Absent: return "absent";
-        case ItemState::Error: break;
+        case ItemState::Managed:
+            return "managed";
+        case ItemState::Local:
+            return "local";
+        case ItemState::Absent:
+            return "absent";
+        case ItemState::Error:
+            break;
     }
     return "error";
 }
 
 Tone ToneOf(ItemState state) noexcept {
     switch (state) {
-        case ItemState::Managed: return Tone::Good;
-        case ItemState::Local: return Tone::Plain;
-        case ItemState::Absent: return Tone::Notice;
-        case ItemState::Error: break;
+        case ItemState::Managed:
+            return Tone::Good;
+        case ItemState::Local:
+            return Tone::Plain;
+        case ItemState::Absent:
+            return Tone::Notice;
+        case ItemState::Error:
+            break;
     }
     return Tone::Bad;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "svinfo/Failure.h"
@@ -13,12 +14,18 @@ constexpr std::size_t kGap = 2;  // blanks between columns
 
 const char* StartOf(Tone tone) {
     switch (tone) {
-        case Tone::Strong: return "\x1B[1m";
-        case Tone::Good: return "\x1B[32m";
-        case Tone::Notice: return "\x1B[33m";
-        case Tone::Bad: return "\x1B[31m";
-        case Tone::Faint: return "\x1B[2m";
-        case Tone::Plain: break;
+        case Tone::Strong:
+            return "\x1B[1m";
+        case Tone::Good:
+            return "\x1B[32m";
+        case Tone::Notice:
+            return "\x1B[33m";
+        case Tone::Bad:
+            return "\x1B[31m";
+        case Tone::Faint:
+            return "\x1B[2m";
+        case Tone::Plain:
+            break;
     }
     return "";
 }
@@ -65,16 +72,22 @@ std::string FormatTable(const CTable& table, bool aligned, bool color) {
     return out;
 }
 
-json JsonAnswer() { return json{{"schema", 1}}; }
+json JsonAnswer() {
+    return json{{"schema", 1}};
+}
 
-void COutput::Bytes(std::string_view bytes) { std::fwrite(bytes.data(), 1, bytes.size(), m_data); }
+void COutput::Bytes(std::string_view bytes) {
+    std::fwrite(bytes.data(), 1, bytes.size(), m_data);
+}
 
 void COutput::Line(std::string_view text) {
     Bytes(m_style.terminal ? EscapeControls(text) : std::string(text));
     Bytes("\n");
 }
 
-void COutput::Table(const CTable& table) { Bytes(FormatTable(table, m_style.terminal, m_style.color)); }
+void COutput::Table(const CTable& table) {
+    Bytes(FormatTable(table, m_style.terminal, m_style.color));
+}
 
 void COutput::Json(const json& object) {
     // File names may be no UTF-8; a mark in their place is better than no answer.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +30,8 @@ struct CTable {
     std::vector<std::vector<CCell>> rows;
 };
 
-// Aligned with a header on a terminal, else one tab between cells and no header. Controls are written out either way, or
-// a cell could break its row.
+// Aligned with a header on a terminal, else one tab between cells and no header. Controls are written out either way,
+// or a cell could break its row.
 std::string FormatTable(const CTable& table, bool aligned, bool color);
 
 // The first object of every JSON answer.

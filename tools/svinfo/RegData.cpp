@@ -1,6 +1,8 @@
 #include "svinfo/RegData.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "svinfo/Failure.h"
@@ -17,14 +19,10 @@ struct CRegType {
 };
 
 constexpr CRegType kTypes[] = {
-    {REG_SZ, "REG_SZ", true},
-    {REG_EXPAND_SZ, "REG_EXPAND_SZ", true},
-    {REG_DWORD, "REG_DWORD", true},
-    {REG_QWORD, "REG_QWORD", true},
-    {REG_BINARY, "REG_BINARY", true},
-    {REG_MULTI_SZ, "REG_MULTI_SZ", true},
-    {REG_NONE, "REG_NONE", false},
-    {REG_DWORD_BIG_ENDIAN, "REG_DWORD_BIG_ENDIAN", false},
+    {REG_SZ, "REG_SZ", true},         {REG_EXPAND_SZ, "REG_EXPAND_SZ", true},
+    {REG_DWORD, "REG_DWORD", true},   {REG_QWORD, "REG_QWORD", true},
+    {REG_BINARY, "REG_BINARY", true}, {REG_MULTI_SZ, "REG_MULTI_SZ", true},
+    {REG_NONE, "REG_NONE", false},    {REG_DWORD_BIG_ENDIAN, "REG_DWORD_BIG_ENDIAN", false},
     {REG_LINK, "REG_LINK", false},
 };
 
@@ -158,7 +156,8 @@ CReadable Readable(const CRegEntry& entry) {
                 return {"mask", "0x" + digits, digits};
             }
             break;
-        default: break;
+        default:
+            break;
     }
     const std::string digits = HexText(entry.data.data(), entry.data.size());
     return {"bytes", digits, digits};
@@ -196,19 +195,24 @@ std::vector<BYTE> RegDataArgument(DWORD type, const std::string& argument) {
             return NumberBytes(ReadNumber(argument, 0xFFFFFFFF, "a number from 0 to 4294967295, or 0x0 to 0xFFFFFFFF"),
                                4);
         case REG_QWORD:
-            return NumberBytes(ReadNumber(argument, ~0ULL,
-                                          "a number from 0 to 18446744073709551615, or 0x0 to 0xFFFFFFFFFFFFFFFF"),
-                               8);
-        case REG_BINARY: return ReadDigits(argument);
-        case REG_MULTI_SZ: return ReadList(argument);
-        default: break;
+            return NumberBytes(
+                ReadNumber(argument, ~0ULL, "a number from 0 to 18446744073709551615, or 0x0 to 0xFFFFFFFFFFFFFFFF"),
+                8);
+        case REG_BINARY:
+            return ReadDigits(argument);
+        case REG_MULTI_SZ:
+            return ReadList(argument);
+        default:
+            break;
     }
     std::vector<BYTE> bytes;
     AppendText(bytes, WideArgument(argument, "DATA"));
     return bytes;
 }
 
-std::string RegDataText(const CRegEntry& entry) { return Readable(entry).text; }
+std::string RegDataText(const CRegEntry& entry) {
+    return Readable(entry).text;
+}
 
 json RegEntryJson(const CRegEntry& entry) {
     const CReadable readable = Readable(entry);

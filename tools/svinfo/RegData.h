@@ -14,8 +14,8 @@ std::string RegTypeText(DWORD type);
 // The type of TYPE on the command line, in any case. Wrong usage for a name that is none, or none that can be given.
 DWORD RegTypeArgument(const std::string& argument);
 
-// DATA of the command line as bytes of that type: text, a number in decimal or with 0x, hexadecimal digits, or texts with
-// \0 between them. Wrong usage for what the type cannot hold.
+// DATA of the command line as bytes of that type: text, a number in decimal or with 0x, hexadecimal digits, or texts
+// with \0 between them. Wrong usage for what the type cannot hold.
 std::vector<BYTE> RegDataArgument(DWORD type, const std::string& argument);
 
 // Text as it is, numbers in decimal (REG_QWORD: 0x and 16 digits), lists with \0 between their texts, and hexadecimal

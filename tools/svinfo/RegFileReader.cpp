@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "svinfo/RegFile.h"
@@ -50,11 +52,20 @@ wstr ReadQuoted(const CRegLine& line, std::size_t& at) {
         if (unit == '\\') {
             // \n and \r are written by one editor. A NUL is imported by none, and what an unknown escape means differs.
             switch (line.At(i + 1)) {
-                case '\\': unit = '\\'; break;
-                case '"': unit = '"'; break;
-                case 'n': unit = '\n'; break;
-                case 'r': unit = '\r'; break;
-                default: throw CSkip{line, i, "\\\\ for a backslash, or \\\" for a quotation mark"};
+                case '\\':
+                    unit = '\\';
+                    break;
+                case '"':
+                    unit = '"';
+                    break;
+                case 'n':
+                    unit = '\n';
+                    break;
+                case 'r':
+                    unit = '\r';
+                    break;
+                default:
+                    throw CSkip{line, i, "\\\\ for a backslash, or \\\" for a quotation mark"};
             }
             ++i;
         }
@@ -108,8 +119,8 @@ DWORD ReadHexType(const CRegLine& line, std::size_t& at) {
     return static_cast<DWORD>(type);
 }
 
-// The bytes of one line. True when the list goes on in the next one: a comma and a backslash at the end. A backslash may
-// also stand where no byte has been given yet.
+// The bytes of one line. True when the list goes on in the next one: a comma and a backslash at the end. A backslash
+// may also stand where no byte has been given yet.
 bool ReadHexBytes(const CRegLine& line, std::size_t at, std::vector<BYTE>& data) {
     for (;;) {
         at = line.SkipBlanks(at);
@@ -156,11 +167,15 @@ void CReader::ReadLine(const CRegLine& line) {
     if (at == line.text.size()) return;
     switch (line.At(at)) {
         case ';':
-        case '#': return;
-        case '[': return ReadKey(line, at);
+        case '#':
+            return;
+        case '[':
+            return ReadKey(line, at);
         case '@':
-        case '"': return ReadValue(line, at);
-        default: throw CSkip{line, at, kExpectedLine};
+        case '"':
+            return ReadValue(line, at);
+        default:
+            throw CSkip{line, at, kExpectedLine};
     }
 }
 
@@ -197,7 +212,6 @@ void CReader::ReadKey(const CRegLine& line, std::size_t bracket) {
     std::size_t at = bracket + 1;
     block.remove = line.At(at) == '-';
     if (block.remove) ++at;
-    if (line.IsBlank(at)) throw CSkip{line, at, "the name of a key, without blanks before it"};
     try {
         block.key = ParseRegPath(line.text.substr(at, end - at), RootNames::Long);
     } catch (const CBadRegPath& bad) {
@@ -236,7 +250,8 @@ void CReader::ReadData(const CRegLine& line, std::size_t at, CRegEntry& entry) {
     } else if (data.starts_with(W("dword:"))) {
         const DWORD number = ReadDword(line, at + 6);
         entry.type = REG_DWORD;
-        for (unsigned shift = 0; shift < 32; shift += 8) entry.data.push_back(static_cast<BYTE>(number >> shift & 0xFF));
+        for (unsigned shift = 0; shift < 32; shift += 8)
+            entry.data.push_back(static_cast<BYTE>(number >> shift & 0xFF));
     } else if (data.starts_with(W("hex:"))) {
         entry.type = REG_BINARY;
         ReadHexData(line, at + 4, entry);

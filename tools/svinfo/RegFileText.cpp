@@ -43,7 +43,9 @@ bool StartsOldFile(std::string_view bytes) noexcept {
 
 }  // namespace
 
-std::size_t CRegLine::Column(std::size_t i) const { return CharacterCount(text.substr(0, i)) + 1; }
+std::size_t CRegLine::Column(std::size_t i) const {
+    return CharacterCount(text.substr(0, i)) + 1;
+}
 
 std::string CRegLine::Found(std::size_t i) const {
     return i < text.size() ? Quoted(text.substr(i)) : std::string("the end of the line");

@@ -21,11 +21,21 @@ void AppendQuoted(wstr& out, wstr_view text) {
     out += W('"');
     for (const WCHAR unit : text) {
         switch (unit) {
-            case '\\': out += W("\\\\"); break;
-            case '"': out += W("\\\""); break;
-            case '\n': out += W("\\n"); break;  // only in names: a line break would end the line
-            case '\r': out += W("\\r"); break;
-            default: out += unit; break;
+            case '\\':
+                out += W("\\\\");
+                break;
+            case '"':
+                out += W("\\\"");
+                break;
+            case '\n':
+                out += W("\\n");
+                break;  // only in names: a line break would end the line
+            case '\r':
+                out += W("\\r");
+                break;
+            default:
+                out += unit;
+                break;
         }
     }
     out += W('"');

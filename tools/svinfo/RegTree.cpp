@@ -8,7 +8,9 @@
 
 namespace {
 
-bool IsGone(LSTATUS error) noexcept { return error == ERROR_FILE_NOT_FOUND || error == ERROR_KEY_DELETED; }
+bool IsGone(LSTATUS error) noexcept {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_KEY_DELETED;
+}
 
 LSTATUS ReadEntries(HKEY key, std::vector<CRegEntry>& entries) {
     std::vector<WCHAR> name(kMaxValueName + 1);
@@ -40,7 +42,9 @@ LSTATUS ReadSubkeys(HKEY key, std::vector<wstr>& subkeys) {
     }
 }
 
-std::string ReadText(const CRegPath& key) { return "read " + EscapeControls(ToUtf8(key.Full())); }
+std::string ReadText(const CRegPath& key) {
+    return "read " + EscapeControls(ToUtf8(key.Full()));
+}
 
 LSTATUS ReadContent(const CRegPath& path, CRegKeyContent& content) {
     CRegistryKey key;

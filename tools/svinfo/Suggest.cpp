@@ -7,7 +7,9 @@
 
 namespace {
 
-char Lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char Lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 // The number of changes that turn one word into the other, or anything above `limit` when there are more.
 std::size_t Changes(std::string_view a, std::string_view b, std::size_t limit) {

@@ -1,5 +1,6 @@
 #include "svinfo/Text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
@@ -9,8 +10,12 @@ namespace {
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 
-bool IsHighSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFC00u) == 0xD800u; }
-bool IsLowSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFC00u) == 0xDC00u; }
+bool IsHighSurrogate(std::uint32_t unit) noexcept {
+    return (unit & 0xFC00u) == 0xD800u;
+}
+bool IsLowSurrogate(std::uint32_t unit) noexcept {
+    return (unit & 0xFC00u) == 0xDC00u;
+}
 
 // The code point at `offset`, which moves behind it. Nothing, and `offset` stays, where the bytes are no UTF-8: an
 // overlong form, a surrogate, a number too large or a sequence cut short.
@@ -70,10 +75,17 @@ bool SteersTerminal(std::uint32_t point) noexcept {
 
 void AppendEscape(std::string& out, std::uint32_t point) {
     switch (point) {
-        case '\t': out += "\\t"; return;
-        case '\n': out += "\\n"; return;
-        case '\r': out += "\\r"; return;
-        default: break;
+        case '\t':
+            out += "\\t";
+            return;
+        case '\n':
+            out += "\\n";
+            return;
+        case '\r':
+            out += "\\r";
+            return;
+        default:
+            break;
     }
     char text[12];
     std::snprintf(text, sizeof text, point < 0x100 ? "\\x%02X" : "\\u%04X", static_cast<unsigned>(point));

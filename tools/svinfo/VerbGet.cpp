@@ -1,6 +1,8 @@
 // get: values as the component answers them.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "store/PolicyNames.h"
 #include "svinfo/Host.h"
@@ -20,10 +22,14 @@ struct CGetOptions {
 
 ExitCode ExitCodeOf(const CItem& item, bool managedOnly) noexcept {
     switch (item.State()) {
-        case ItemState::Managed: return ExitCode::Ok;
-        case ItemState::Local: return managedOnly ? ExitCode::No : ExitCode::Ok;
-        case ItemState::Absent: return ExitCode::No;
-        case ItemState::Error: break;
+        case ItemState::Managed:
+            return ExitCode::Ok;
+        case ItemState::Local:
+            return managedOnly ? ExitCode::No : ExitCode::Ok;
+        case ItemState::Absent:
+            return ExitCode::No;
+        case ItemState::Error:
+            break;
     }
     return ExitCode::Failed;
 }

@@ -1,6 +1,7 @@
 // help and version.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "Version.h"
 #include "svinfo/Suggest.h"
@@ -20,7 +21,8 @@ constexpr const char* kOptions =
     "  --                          what follows is no option, whatever it looks like\n";
 
 constexpr const char* kExitCodes =
-    "Exit codes: 0 yes, found, done; 1 no, absent; 2 wrong usage; 3 access denied; 4 an input file is bad, nothing was\n"
+    "Exit codes: 0 yes, found, done; 1 no, absent; 2 wrong usage; 3 access denied; 4 an input file is bad, nothing "
+    "was\n"
     "changed; 5 the component or the registry failed.\n";
 
 bool BelongsTo(const CVerb& verb, const std::string& family) {

@@ -1,6 +1,7 @@
 // reg export: a key with all below it, as a registration file.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "svinfo/FileIo.h"
 #include "svinfo/RegTree.h"
@@ -16,8 +17,9 @@ struct CExportOptions {
 
 ExitCode Export(const CExportOptions& options, COutput& output) {
     if (options.file.empty() && output.Style().json) {
-        throw CCommandFailure(ExitCode::Usage, "reg export: --json needs FILE, since the file itself goes to standard "
-                                               "output without it");
+        throw CCommandFailure(ExitCode::Usage,
+                              "reg export: --json needs FILE, since the file itself goes to standard "
+                              "output without it");
     }
     const CRegPath key = KeyArgument(options.key);
     std::vector<CRegBlock> blocks;
@@ -34,7 +36,7 @@ ExitCode Export(const CExportOptions& options, COutput& output) {
         output.Bytes(bytes);
         return ExitCode::Ok;
     }
-    ReplaceFile(options.file, bytes);
+    WriteWholeFile(options.file, bytes);
     if (output.Style().json) {
         json answer = JsonAnswer();
         answer["file"] = options.file;

@@ -1,6 +1,7 @@
 // reg import: a registration file, all of it or none.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "module/RegistryKey.h"
 #include "svinfo/FileIo.h"
@@ -79,9 +80,9 @@ class CImport {
     }
 
     [[noreturn]] void Fail(const CRegBlock& block, const std::string& operation, LSTATUS error) const {
-        throw RegistryFailureOf("import " + EscapeControls(m_file) + ", key of line " + std::to_string(block.line) +
-                                    ": " + operation,
-                                error);
+        throw RegistryFailureOf(
+            "import " + EscapeControls(m_file) + ", key of line " + std::to_string(block.line) + ": " + operation,
+            error);
     }
 
     const std::string& m_file;
@@ -105,9 +106,9 @@ void Report(COutput& output, const std::string& path, const CRegFile& file, cons
         return;
     }
     output.Note(EscapeControls(path) + ": " + Count(counts.keys, "key", "keys") + ", " +
-                Count(counts.valuesSet, "value set", "values set") + ", " +
-                Count(counts.keysDeleted, "key", "keys") + " and " + Count(counts.valuesDeleted, "value", "values") +
-                " deleted, " + Count(file.skipped.size(), "line skipped", "lines skipped"));
+                Count(counts.valuesSet, "value set", "values set") + ", " + Count(counts.keysDeleted, "key", "keys") +
+                " and " + Count(counts.valuesDeleted, "value", "values") + " deleted, " +
+                Count(file.skipped.size(), "line skipped", "lines skipped"));
 }
 
 ExitCode Import(const std::string& path, COutput& output) {

@@ -1,6 +1,7 @@
 // reg query: one key, or one value of it.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "svinfo/RegData.h"
 #include "svinfo/RegTree.h"

@@ -1,6 +1,8 @@
 // status: what this computer's provider stands on, as it is found now.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "Version.h"
@@ -50,8 +52,10 @@ void AddHive(std::vector<CHive>& hives, const fs::path& root, const fs::path& fi
         fs::path name = file;
         name += part;
         const std::uintmax_t size = fs::file_size(root / name, error);
-        if (!error) bytes += size;
-        else if (!*part) return;
+        if (!error)
+            bytes += size;
+        else if (!*part)
+            return;
     }
     hives.push_back({PathText(file), bytes});
 }
