@@ -67,6 +67,12 @@ class CHive {
     void MoveTo(CHiveFiles files) noexcept;
     void OpenGate() noexcept { m_gate->unlock(); }
 
+    // When it was used last, milliseconds of the coarse clock; kNever when it rests, or is in use now.
+    static constexpr std::int64_t kNever = INT64_MAX;
+    std::int64_t LastUse() noexcept;
+    // Closes the connections, unless somebody writes. What is in memory stays of use.
+    void Rest() noexcept;
+
     // Around a fork.
     void PrepareFork() noexcept;
     void EndForkInParent() noexcept;
@@ -114,6 +120,7 @@ class CHive {
     std::unique_ptr<CHiveDatabase> m_writer;
     CFileIdentity m_writerIdentity;
     CHiveGeneration m_writerGeneration;
+    bool m_hasNoStaleKeys = false;
     std::int64_t m_batchFirstId = 0;  // keys of the batch have this id or a later one
 
     // Guarded by m_lock; written with m_gate held as well.

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <iterator>
 
@@ -60,6 +61,8 @@ static_assert(std::size(kStatements) == static_cast<std::size_t>(Sql::Count));
 constexpr std::int64_t kPatience = 10'000'000'000;
 constexpr long kFirstPause = 100'000;
 constexpr long kLongestPause = 5'000'000;
+
+std::atomic<int> g_connections{0};
 
 std::int64_t Nanoseconds() noexcept {
     timespec now;
@@ -151,9 +154,18 @@ DWORD CHiveDatabase::Build(const std::string& path) {
     return error;
 }
 
+CHiveDatabase::CHiveDatabase() noexcept {
+    ++g_connections;
+}
+
 CHiveDatabase::~CHiveDatabase() {
     for (sqlite3_stmt* statement : m_statements) sqlite3_finalize(statement);
     sqlite3_close(m_database);
+    --g_connections;
+}
+
+int CHiveDatabase::Count() noexcept {
+    return g_connections;
 }
 
 DWORD CHiveDatabase::Fail(int code) noexcept {

@@ -70,6 +70,9 @@ class CHiveDatabase {
     // Once a connection, within its first transaction: whether the file is a hive of this form, else 1015.
     DWORD Identify() noexcept;
 
+    // How many there are in this process.
+    static int Count() noexcept;
+
     // Ends a transaction that is open, if one is.
     void Rollback() noexcept;
     bool InTransaction() const noexcept;
@@ -93,7 +96,7 @@ class CHiveDatabase {
   private:
     friend class CQuery;
 
-    CHiveDatabase() noexcept = default;
+    CHiveDatabase() noexcept;
     sqlite3_stmt* Statement(Sql sql, int& code) noexcept;
     DWORD Fail(int code) noexcept;
 

@@ -10,12 +10,22 @@ namespace {
 
 // As long as SQLite is given for its own lock.
 constexpr std::chrono::seconds kPatience{10};
+
+// By the wall clock: GCC 12's thread sanitizer does not know the call that waits by the steady one.
+std::chrono::system_clock::time_point In(std::chrono::milliseconds time) noexcept {
+    return std::chrono::system_clock::now() + time;
+}
+
 constexpr int kAttempts = 5;
 
-// Volatile keys of an earlier run of the computer.
-DWORD RemoveStale(CHiveDatabase& database) noexcept {
-    CQuery stale(database, Sql::StaleKeys);
-    if (!stale.Bind(BootId()).Row()) return stale.Error();
+// Volatile keys of an earlier run of the computer. `none` is set once there are none.
+DWORD RemoveStale(CHiveDatabase& database, bool& none) noexcept {
+    if (none) return ERROR_SUCCESS;
+    {
+        CQuery stale(database, Sql::StaleKeys);
+        none = !stale.Bind(BootId()).Row();
+        if (none) return stale.Error();
+    }
     if (const DWORD error = CQuery(database, Sql::RemoveStaleValues).Bind(BootId()).Execute()) return error;
     return CQuery(database, Sql::RemoveStaleKeys).Bind(BootId()).Execute();
 }
@@ -24,7 +34,7 @@ DWORD RemoveStale(CHiveDatabase& database) noexcept {
 
 DWORD CHive::Write(CHiveChange& change, std::uint32_t incarnation) {
     if (CBatch* batch = CBatch::Current()) return WriteInBatch(*batch, change, incarnation);
-    const std::unique_lock gate(*m_gate, kPatience);
+    const std::unique_lock gate(*m_gate, In(kPatience));
     if (!gate) return ERROR_BUSY;
     if (const DWORD error = BeginWrite(change.MakesHive(), incarnation)) return error;
     const std::int64_t changes = m_writer->Changes();
@@ -62,12 +72,13 @@ DWORD CHive::BeginWrite(bool makesHive, std::uint32_t incarnation) {
         if (!m_writer) {
             if ((error = CHiveDatabase::Open(m_files.database, CHiveDatabase::Use::Write, m_writer))) return error;
             m_writerIdentity = identity;
+            m_hasNoStaleKeys = false;
             RepairAccess(m_files);
         }
         m_writer->ForgetFailure();
         error = m_writer->Run(Sql::BeginWrite);
         if (!error) error = m_writer->Identify();
-        if (!error) error = RemoveStale(*m_writer);
+        if (!error) error = RemoveStale(*m_writer, m_hasNoStaleKeys);
         if (error) {
             CloseWriter();
             return error;
@@ -131,7 +142,7 @@ DWORD CHive::WriteInBatch(CBatch& batch, CHiveChange& change, std::uint32_t inca
     if (batch.Failure()) return batch.Failure();
     if (m_batch.load(std::memory_order_relaxed) != &batch) {
         batch.Reserve();
-        std::unique_lock gate(*m_gate, kPatience);
+        std::unique_lock gate(*m_gate, In(kPatience));
         if (!gate) return ERROR_BUSY;
         if (const DWORD error = BeginWrite(change.MakesHive(), incarnation)) return error;
         CQuery last(*m_writer, Sql::LastId);
@@ -188,7 +199,7 @@ DWORD CHive::EndBatch(bool commit) noexcept {
 }
 
 bool CHive::CloseGate() noexcept {
-    return m_gate->try_lock_for(kPatience);
+    return m_gate->try_lock_until(In(kPatience));
 }
 
 void CHive::MoveTo(CHiveFiles files) noexcept {
@@ -203,12 +214,26 @@ void CHive::MoveTo(CHiveFiles files) noexcept {
     m_nextLook = 0;
 }
 
+std::int64_t CHive::LastUse() noexcept {
+    const std::unique_lock lock(m_lock, std::try_to_lock);
+    return lock && m_nextLook != 0 ? m_nextLook : kNever;
+}
+
+void CHive::Rest() noexcept {
+    const std::unique_lock gate(*m_gate, std::try_to_lock);
+    if (!gate) return;
+    CloseWriter();
+    const std::lock_guard lock(m_lock);
+    CloseReaders();
+    m_nextLook = 0;
+}
+
 // SQLite keeps book of its locks for the whole process, and the book is inherited while the locks are not. So there
 // must be no connection when the child begins. That of a batch cannot be closed; the child goes without the hive then.
 void CHive::PrepareFork() noexcept {
     m_gateHeldByFork = false;
     while (!m_batch.load(std::memory_order_relaxed)) {
-        if (m_gate->try_lock_for(std::chrono::milliseconds(1))) {
+        if (m_gate->try_lock_until(In(std::chrono::milliseconds(1)))) {
             m_gateHeldByFork = true;
             break;
         }

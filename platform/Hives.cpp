@@ -18,6 +18,8 @@ namespace {
 
 constexpr const char* kDefaultRoot = "/var/lib/orvantis";
 constexpr std::string_view kSuffix = ".db";
+// Each of them has up to three files open.
+constexpr int kManyConnections = 64;
 
 std::string FirstRoot() {
     const char* root = secure_getenv("OV_ROOT");
@@ -49,8 +51,22 @@ CHiveFiles CHives::UserFiles(std::string_view sid) const {
     return files;
 }
 
+// A host may serve more users than it may have files open; what was read of the others stays in memory.
+void CHives::RestOldest() noexcept {
+    CHive* oldest = nullptr;
+    std::int64_t oldestUse = CHive::kNever;
+    for (const auto& [sid, hive] : m_userHives) {
+        const std::int64_t use = hive->LastUse();
+        if (use >= oldestUse) continue;
+        oldest = hive.get();
+        oldestUse = use;
+    }
+    if (oldest) oldest->Rest();
+}
+
 CHive& CHives::User(std::string_view sid) {
     const std::lock_guard lock(m_lock);
+    if (CHiveDatabase::Count() > kManyConnections) RestOldest();
     const auto found = m_userHives.find(sid);
     if (found != m_userHives.end()) return *found->second;
     auto hive = std::make_unique<CHive>(CHive::Kind::User, UserFiles(sid));

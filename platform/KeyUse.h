@@ -35,6 +35,8 @@ class CKeyUse {
     DWORD Find(CHiveView& view, CKeyPath& path, CKey*& key) const;
     DWORD Find(CHiveView& view, CKey*& key) const;
 
+    // Of the hive, as the handle knows it.
+    std::uint32_t Incarnation() const noexcept { return m_incarnation; }
     // What a path from here begins with, in the view that the flags of `access` ask for.
     CPathStart Start(REGSAM access) const noexcept;
     CChangeStart ChangeStart(REGSAM access) const noexcept { return {m_id, Start(access)}; }

@@ -21,9 +21,10 @@ DWORD Grant(const CHive& hive, REGSAM access, REGSAM& granted) noexcept {
     return ERROR_SUCCESS;
 }
 
-CKeySlot& NewHandle(CHive& hive, std::int64_t id, REGSAM granted, const CPathStart& start, HKEY& result) {
+CKeySlot& NewHandle(CHive& hive, std::uint32_t incarnation, std::int64_t id, REGSAM granted, const CPathStart& start,
+                    HKEY& result) {
     CKeySlot& slot = hive.Slots().Take();
-    slot.incarnation = hive.Incarnation();
+    slot.incarnation = incarnation;
     slot.id = id;
     slot.access = granted;
     slot.start = start;
@@ -47,7 +48,7 @@ DWORD Open(const CKeyUse& use, LPCWSTR path, REGSAM access, HKEY& result) {
     if (const DWORD error = hive.Read(find)) return error;
     REGSAM granted;
     if (const DWORD error = Grant(hive, access, granted)) return error;
-    CKeySlot& slot = NewHandle(hive, key->id, granted, {end, start.is32BitView, false}, result);
+    CKeySlot& slot = NewHandle(hive, hive.Incarnation(), key->id, granted, {end, start.is32BitView, false}, result);
     slot.key = key;
     slot.view = view;
     return ERROR_SUCCESS;
@@ -72,7 +73,8 @@ DWORD Create(CKeyUse& use, LPCWSTR path, bool isVolatile, REGSAM access, HKEY& r
     use.Lock();
     REGSAM granted;
     if (const DWORD error = Grant(use.Hive(), access, granted)) return error;
-    NewHandle(use.Hive(), change.Id(), granted, {change.End(), start.path.is32BitView, false}, result);
+    NewHandle(use.Hive(), use.Incarnation(), change.Id(), granted, {change.End(), start.path.is32BitView, false},
+              result);
     return ERROR_SUCCESS;
 }
 

@@ -20,7 +20,7 @@ CKeyPath::CKeyPath(const CPathStart& start, LPCWSTR path) noexcept
       m_spot(start.spot),
       m_is32BitView(start.is32BitView),
       m_isSpecial(start.is32BitView || start.isClassesRoot),
-      m_prefix(start.isClassesRoot ? 0 : std::size(kClassesRoot)) {
+      m_prefix(static_cast<std::uint8_t>(start.isClassesRoot ? 0 : std::size(kClassesRoot))) {
     if (*m_rest == u'\\') m_error = ERROR_BAD_PATHNAME;
 }
 

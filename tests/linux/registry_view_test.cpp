@@ -229,6 +229,31 @@ TEST_F(RegistryView, AnotherRootIsAnotherComputer) {
     ASSERT_EQ(OvEndRegistryBatch(FALSE), ERROR_SUCCESS);
 }
 
+TEST_F(RegistryView, MoreUsersThanFilesMayBeOpen) {
+    const auto openFiles = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto path = [](int user) {
+        const std::string text = "S-1-22-1-" + std::to_string(100000 + user) + "\\Software";
+        return wstr(text.begin(), text.end());
+    };
+    constexpr int kUsers = 150;
+    for (int round = 0; round < 2; ++round) {
+        for (int user = 0; user < kUsers; ++user) {
+            CRegistryKey key;
+            ASSERT_EQ(key.Create(HKEY_USERS, path(user).c_str(), nullptr, 0, KEY_READ | KEY_WRITE, nullptr, nullptr),
+                      ERROR_SUCCESS);
+            DWORD value = 0;
+            if (round == 1) {
+                EXPECT_EQ(key.QueryDword(W("v"), value), ERROR_SUCCESS);
+                EXPECT_EQ(value, static_cast<DWORD>(user));
+            }
+            ASSERT_EQ(key.SetDword(W("v"), static_cast<DWORD>(user)), ERROR_SUCCESS);
+        }
+        EXPECT_LT(openFiles(), 300);
+    }
+}
+
 int InChild(int (*body)(HKEY), HKEY key) {
     const pid_t child = fork();
     if (child == 0) _exit(body(key));

@@ -185,20 +185,21 @@ TEST_F(CliGet, HalfASurrogatePairIsVisible) {
 }
 
 TEST_F(CliGet, AModuleThatIsNotThereIsAFailure) {
-    const std::filesystem::path bin = std::filesystem::path(OV_SVINFO).parent_path();
-    const std::filesystem::path elsewhere = m_root.Path() / "bin";
-    std::filesystem::create_directory(elsewhere);
-    for (const auto& file : std::filesystem::directory_iterator(bin)) {
-        const std::string name = file.path().filename().string();
-        if (name.starts_with("svinfo") || name.starts_with("lib")) {
-            if (name.find("tests") == std::string::npos)
-                std::filesystem::copy(file, elsewhere / file.path().filename());
-        }
+    namespace fs = std::filesystem;
+    const fs::path program = OV_SVINFO, elsewhere = m_root.Path() / "bin";
+    fs::create_directory(elsewhere);
+    for (const auto& file : fs::directory_iterator(program.parent_path())) {
+        const std::string name = file.path().stem().string();
+        if (name == "svinfo" || name == "libsvinfo" || name == "libovplatform")
+            fs::copy(file, elsewhere / file.path().filename());
     }
-    const CRunResult result =
-        RunProgram({(elsewhere / "svinfo").string(), "--root", m_root.Path().string(), "get", "A"});
+    const std::string copy = (elsewhere / program.filename()).string();
+    const CRunResult result = RunProgram({copy, "--root", m_root.Path().string(), "get", "A"});
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.errors, "svinfo: load the module OvSvInfo: 0x8007007E the module was not found\n");
+    const CRunResult status = RunProgram({copy, "--root", m_root.Path().string(), "status", "--json"});
+    EXPECT_EQ(status.exitCode, 5);
+    EXPECT_EQ(nlohmann::json::parse(status.output)["module"], nullptr) << "the rest is told all the same";
 }
 
 // What no registry value can be: elements of other types, and a type that does not cross the interfaces.

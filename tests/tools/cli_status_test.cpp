@@ -12,7 +12,8 @@ TEST_F(CliStatus, AComputerWithNothingOnIt) {
     const CRunResult result = RunAt(root, {"status", "--json"});
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     const auto answer = nlohmann::ordered_json::parse(result.output);
-    EXPECT_EQ(answer["root"].dump(), "{\"path\":\"" + root + "\",\"exists\":false}");
+    EXPECT_EQ(answer["root"]["path"], root);
+    EXPECT_EQ(answer["root"]["exists"], false);
     EXPECT_EQ(answer["hives"].dump(), "[]");
     EXPECT_EQ(answer["items"].dump(), R"({"local":0,"default":0})");
     EXPECT_EQ(answer["tracing"].dump(), R"({"on":false,"toFile":true,"verbosity":0,"path":null})");
@@ -24,8 +25,6 @@ TEST_F(CliStatus, TheSample) {
     const auto answer = Json({"status"});
     EXPECT_EQ(answer["version"].get<std::string>() + "\n", Done({"version"}));
     EXPECT_EQ(answer["root"]["exists"], true);
-    EXPECT_EQ(answer["hives"][0]["file"], "machine.db");
-    EXPECT_GT(answer["hives"][0]["bytes"], 4096);
     const std::filesystem::path module = answer["module"].get<std::string>();
     EXPECT_TRUE(std::filesystem::is_regular_file(module));
     EXPECT_EQ(module.parent_path(), std::filesystem::path(OV_SVINFO).parent_path());

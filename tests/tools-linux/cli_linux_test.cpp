@@ -1,0 +1,88 @@
+// svinfo where only this home can show it: rights, links, devices, bytes that are no text.
+#include "tools/cli_reg_fixture.h"
+
+namespace {
+
+using CliLinux = CliRegTest;
+
+TEST_F(CliLinux, AnArgumentMustBeUtf8) {
+    const CRunResult result = Run({"get", "a\xFF"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.errors, "svinfo: NAME 'a\\xFF' is no UTF-8\n");
+    Done({"reg", "add", kKey, "v", "REG_SZ", "x"});
+    EXPECT_EQ(Run({"reg", "export", kKey, (m_root.Path() / "f\xFF").string()}).exitCode, 0)
+        << "but a file's name need not";
+    EXPECT_TRUE(std::filesystem::exists(m_root.Path() / "f\xFF"));
+}
+
+TEST_F(CliLinux, AFullOutputIsAFailure) {
+    const CRunResult result =
+        RunProgram({"sh", "-c", "exec \"$0\" \"$@\" > /dev/full", OV_SVINFO, "--root", m_root.Path().string(), "help"});
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_TRUE(result.errors.starts_with("svinfo: write to standard output: ")) << result.errors;
+    EXPECT_EQ(RunProgram({"sh", "-c", "exec \"$0\" version > /dev/full", OV_SVINFO}).exitCode, 5);
+}
+
+TEST_F(CliLinux, WithoutTheRightNothingIsWritten) {
+    Done({"reg", "add", kKey, "v", "REG_SZ", "before"});
+    const std::string before = Tree();
+    const std::string file = Write("f.reg", kHeader + "[" + kLongKey + "]\r\n\"v\"=\"after\"\r\n");
+    namespace fs = std::filesystem;
+    fs::permissions(file, fs::perms::others_read, fs::perm_options::add);
+    fs::permissions(m_root.Path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
+    const std::vector<std::string> writes[] = {
+        {"reg", "import", file},
+        {"reg", "add", kKey, "v", "REG_SZ", "after"},
+        {"reg", "add", kKey + "\\New", "v", "REG_SZ", "after"},
+        {"reg", "delete", kKey, "v"},
+        {"reg", "delete", kKey},
+    };
+    for (const std::vector<std::string>& write : writes) {
+        std::vector<std::string> command = WithoutRights();
+        if (command.empty()) GTEST_SKIP() << "this process has no rights to give up";
+        command.insert(command.end(), {OV_SVINFO, "--root", m_root.Path().string()});
+        command.insert(command.end(), write.begin(), write.end());
+        const CRunResult result = RunProgram(command);
+        EXPECT_EQ(result.exitCode, 3) << write[1] << ": " << result.errors;
+        EXPECT_TRUE(result.errors.ends_with("0x80070005 access is denied\n")) << result.errors;
+        EXPECT_EQ(Tree(), before) << write[1];
+    }
+}
+
+TEST_F(CliLinux, ExportReplacesAFileInOneStep) {
+    namespace fs = std::filesystem;
+    Done({"reg", "add", kKey, "v", "REG_SZ", "x"});
+    const fs::path file = Write("old.reg", std::string(100000, 'o')), link = m_root.Path() / "link.reg";
+    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(file, link);
+    const std::size_t before = static_cast<std::size_t>(std::distance(fs::directory_iterator(m_root.Path()), {}));
+    EXPECT_EQ(Run({"reg", "export", kKey, link.string()}).exitCode, 0);
+    EXPECT_TRUE(fs::is_symlink(link)) << "the file behind a link is meant";
+    EXPECT_EQ(regtext::ReadText(Read(file.string())), "[" + kLongKey + "] v=\"x\"");
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(static_cast<std::size_t>(std::distance(fs::directory_iterator(m_root.Path()), {})), before)
+        << "nothing is left beside it";
+    EXPECT_EQ(Run({"reg", "export", kKey, "/dev/null"}).exitCode, 0);
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+TEST_F(CliLinux, StatusKnowsTheHives) {
+    Done({"reg", "add", kKey, "v", "REG_SZ", "x"});
+    Done({"reg", "add", "HKCU\\Software\\T", "v", "REG_SZ", "x"});
+    const auto hives = Json({"status"})["hives"];
+    ASSERT_EQ(hives.size(), 2u) << hives;
+    EXPECT_EQ(hives[0]["file"], "machine.db");
+    EXPECT_GT(hives[0]["bytes"], 4096);
+    EXPECT_TRUE(hives[1]["file"].get<std::string>().starts_with("users/S-1-")) << hives;
+}
+
+TEST_F(CliLinux, TheVerbsLieBesideTheProgram) {
+    const std::filesystem::path alone = m_root.Path() / "svinfo";
+    std::filesystem::copy(OV_SVINFO, alone);
+    EXPECT_EQ(RunProgram({alone.string(), "version"}).output, Done({"version"}));
+    const CRunResult result = RunProgram({alone.string(), "status"});
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_TRUE(result.errors.starts_with("svinfo: load the verbs: ")) << result.errors;
+}
+
+}  // namespace
