@@ -38,9 +38,10 @@ inline double Nanoseconds(const Work& work, std::uint64_t times) {
 }
 
 // How often the operation fits into about ten milliseconds. Finding out warms the caches, too.
-inline std::uint64_t Calibrate(const Work& work) {
+// `least` keeps work that starts threads from being measured by their start.
+inline std::uint64_t Calibrate(const Work& work, std::uint64_t least) {
     constexpr double kBlock = 10e6;
-    for (std::uint64_t times = 1;;) {
+    for (std::uint64_t times = least;;) {
         const double took = Nanoseconds(work, times);
         if (took >= kBlock * 0.6 || times > (1ull << 34)) return times;
         const double grow = took > 1000 ? kBlock / took : 16;
@@ -72,10 +73,10 @@ inline void Print(const char* measure, double ours, double reference, double rat
 
 // `per` operations are counted for each one performed: records of an array, values of a key.
 inline void Compare(const char* measure, const Limits& limits, const Work& ours, const Work& reference,
-                    double oursPer = 1, double referencePer = 1) {
+                    double oursPer = 1, double referencePer = 1, std::uint64_t least = 1) {
     constexpr int kPairs = 15;
-    const std::uint64_t oursTimes = Calibrate(ours);
-    const std::uint64_t referenceTimes = Calibrate(reference);
+    const std::uint64_t oursTimes = Calibrate(ours, least);
+    const std::uint64_t referenceTimes = Calibrate(reference, least);
     std::vector<double> a, b, ratios;
     for (int pair = 0; pair < kPairs; ++pair) {
         a.push_back(Nanoseconds(ours, oursTimes) / static_cast<double>(oursTimes) / oursPer);

@@ -70,8 +70,8 @@ class CHive {
     // When it was used last, milliseconds of the coarse clock; kNever when it rests, or is in use now.
     static constexpr std::int64_t kNever = INT64_MAX;
     std::int64_t LastUse() noexcept;
-    // Closes the connections, unless somebody writes. What is in memory stays of use.
-    void Rest() noexcept;
+    // Closes the connections; false when somebody writes. What is in memory stays of use.
+    bool Rest() noexcept;
 
     // Around a fork.
     void PrepareFork() noexcept;

@@ -82,6 +82,9 @@ std::uint64_t CHiveGeneration::Begin() noexcept {
     return number;
 }
 
-void CHiveGeneration::End() noexcept {
-    __atomic_store_n(&m_page->done, Load(m_page->begun), __ATOMIC_RELEASE);
+void CHiveGeneration::End(std::uint64_t number) noexcept {
+    std::uint64_t done = Load(m_page->done);
+    while (done < number &&
+           !__atomic_compare_exchange_n(&m_page->done, &done, number, true, __ATOMIC_RELEASE, __ATOMIC_ACQUIRE)) {
+    }
 }

@@ -2,9 +2,10 @@
 // load whether anything was written since it looked last.
 //
 // Shape    one page: 8 bytes of mark, `begun`, `done`, each 8 bytes in the order of this machine.
-// Writers  hold SQLite's write lock. They raise `begun` before they commit and set `done` to it behind that. One that
-// is
-//          killed in between leaves the two unequal, and the next writer mends it.
+// Writers  raise `begun` to a number of their own before they commit, holding SQLite's write lock, and `done` to that
+//          number behind the commit. By then the lock is free and the next writer may have begun: `done` is never set
+//          to what `begun` is by then, and never lowered. A writer that is killed in between leaves the two unequal,
+//          and the next one mends it.
 // Readers  note the counters before they read the rows. What they read is true as long as `begun` still is what it was,
 //          provided that the two were equal then: no commit can have been under way. Unequal, or no such file, and they
 //          must ask SQLite each time.
@@ -57,9 +58,9 @@ class CHiveGeneration {
     // The writer's side, under SQLite's write lock. Prepare maps the file that the name stands for now, making it if it
     // is missing or damaged; without it nothing may be committed.
     DWORD Prepare(const CHiveFiles& files);
-    // Returns the number of the commit.
+    // Returns the number of the commit, which End takes when it is over, well or not.
     std::uint64_t Begin() noexcept;
-    void End() noexcept;
+    void End(std::uint64_t number) noexcept;
 
   private:
     static std::uint64_t Load(const std::uint64_t& counter) noexcept {

@@ -25,7 +25,7 @@ std::size_t SizeOf(const CValue& value) noexcept {
 }
 
 void PutName(CNamed& record, const void* name, std::size_t length, void* room) noexcept {
-    std::memcpy(room, name, length * sizeof(char16_t));
+    if (length) std::memcpy(room, name, length * sizeof(char16_t));
     record.name = static_cast<const char16_t*>(room);
     record.length = static_cast<std::uint32_t>(length);
 }

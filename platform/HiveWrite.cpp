@@ -113,7 +113,7 @@ DWORD CHive::CommitWrite(const CHiveChange* change) noexcept {
     const std::uint64_t number = m_writerGeneration.Begin();
     error = m_writer->Run(Sql::Commit);
     if (error) m_writer->Rollback();
-    m_writerGeneration.End();
+    m_writerGeneration.End(number);
     if (error) {
         CloseWriter();
         return error;
@@ -219,13 +219,14 @@ std::int64_t CHive::LastUse() noexcept {
     return lock && m_nextLook != 0 ? m_nextLook : kNever;
 }
 
-void CHive::Rest() noexcept {
+bool CHive::Rest() noexcept {
     const std::unique_lock gate(*m_gate, std::try_to_lock);
-    if (!gate) return;
+    if (!gate) return false;
     CloseWriter();
     const std::lock_guard lock(m_lock);
     CloseReaders();
     m_nextLook = 0;
+    return true;
 }
 
 // SQLite keeps book of its locks for the whole process, and the book is inherited while the locks are not. So there

@@ -52,7 +52,7 @@ CHiveFiles CHives::UserFiles(std::string_view sid) const {
 }
 
 // A host may serve more users than it may have files open; what was read of the others stays in memory.
-void CHives::RestOldest() noexcept {
+bool CHives::RestOldest() noexcept {
     CHive* oldest = nullptr;
     std::int64_t oldestUse = CHive::kNever;
     for (const auto& [sid, hive] : m_userHives) {
@@ -61,12 +61,13 @@ void CHives::RestOldest() noexcept {
         oldest = hive.get();
         oldestUse = use;
     }
-    if (oldest) oldest->Rest();
+    return oldest && oldest->Rest();
 }
 
 CHive& CHives::User(std::string_view sid) {
     const std::lock_guard lock(m_lock);
-    if (CHiveDatabase::Count() > kManyConnections) RestOldest();
+    while (CHiveDatabase::Count() > kManyConnections && RestOldest()) {
+    }
     const auto found = m_userHives.find(sid);
     if (found != m_userHives.end()) return *found->second;
     auto hive = std::make_unique<CHive>(CHive::Kind::User, UserFiles(sid));

@@ -41,7 +41,7 @@ class CHives {
 
     template <class Visit>
     void ForEach(Visit visit);
-    void RestOldest() noexcept;
+    bool RestOldest() noexcept;
     CHiveFiles UserFiles(std::string_view sid) const;
 
     static void PrepareFork();

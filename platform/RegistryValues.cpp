@@ -18,17 +18,19 @@ DWORD Query(HKEY key, LPCWSTR name, LPDWORD type, LPBYTE data, LPDWORD size) {
     const CSoughtName sought(NameOf(name));
     CKeyUse use(key);
     if (use.Error()) return use.Error();
-    if (!use.Allows(KEY_QUERY_VALUE)) return ERROR_ACCESS_DENIED;
+    // Who asks for the size alone and gets none is told 0.
+    const auto refuse = [&](DWORD error) {
+        if (!data && size) *size = 0;
+        return error;
+    };
+    if (!use.Allows(KEY_QUERY_VALUE)) return refuse(ERROR_ACCESS_DENIED);
     CValue* value = nullptr;
     const DWORD error = use.Hive().Read([&](CHiveView& view) -> DWORD {
         CKey* found;
         if (const DWORD missing = use.Find(view, found)) return missing;
         return view.FindValue(*found, sought, value);
     });
-    if (error) {
-        if (error == ERROR_FILE_NOT_FOUND && !data && size) *size = 0;
-        return error;
-    }
+    if (error) return refuse(error);
     if (type) *type = value->type;
     return CopyValueData(*value, data, size);
 }
@@ -42,12 +44,12 @@ LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWOR
 
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
     if (reserved) return ERROR_INVALID_PARAMETER;
+    if (size && !data) return ERROR_NOACCESS;
     return RegistryCall([&]() -> DWORD {
         CKeyUse use(key);
         if (use.Error()) return use.Error();
-        if (!use.Allows(KEY_SET_VALUE)) return ERROR_ACCESS_DENIED;
-        if (size && !data) return ERROR_NOACCESS;
         if (NameOf(name).size() > kMaxValueName) return ERROR_INVALID_PARAMETER;
+        if (!use.Allows(KEY_SET_VALUE)) return ERROR_ACCESS_DENIED;
         CPutValue change(use.ChangeStart(0), NameOf(name), type, {data, size});
         return use.Write(change);
     });
