@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "Hive.h"
+#include "Hives.h"
 #include "Home.h"
 #include "RegistryCall.h"
 
@@ -11,6 +11,15 @@ namespace {
 thread_local std::unique_ptr<CBatch> t_batch;
 
 }  // namespace
+
+CBatch::CBatch() {
+    CHives::Get().EnterBatch();
+}
+
+CBatch::~CBatch() {
+    Close(false);
+    CHives::Get().LeaveBatch();
+}
 
 CBatch* CBatch::Current() noexcept {
     return t_batch.get();

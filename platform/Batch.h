@@ -12,8 +12,8 @@ class CHive;
 
 class CBatch {
   public:
-    CBatch() = default;
-    ~CBatch() { static_cast<void>(Close(false)); }
+    CBatch();
+    ~CBatch();
     CBatch(const CBatch&) = delete;
     CBatch& operator=(const CBatch&) = delete;
 

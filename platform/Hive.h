@@ -9,8 +9,7 @@
 // Locks    m_gate, then m_lock. m_gate is held by whoever writes, a batch holds it from its first write to its end, and
 //          waiting for it ends with ERROR_BUSY (170). m_lock is held for the length of a read, and by a writer only
 //          to carry over what it did: readers wait for no writer. Both may be waited for under the lock of CHives;
-//          under m_lock only that of the handle table is taken. No two hives are locked at once, but by a fork and by
-//          a change of the root.
+//          under m_lock only that of the handle table is taken. No two hives are locked at once, but by a fork.
 // Forks    every connection is closed before and opened again when it is needed (CHives).
 #pragma once
 
@@ -62,10 +61,8 @@ class CHive {
     // By the batch that wrote here, once.
     DWORD EndBatch(bool commit) noexcept;
 
-    // Takes the hive to another place, all handles on it dead. Between the two nothing is written.
-    bool CloseGate() noexcept;
+    // Takes the hive to another place, all handles on it dead. No batch may be open.
     void MoveTo(CHiveFiles files) noexcept;
-    void OpenGate() noexcept { m_gate->unlock(); }
 
     // When it was used last, milliseconds of the coarse clock; kNever when it rests, or is in use now.
     static constexpr std::int64_t kNever = INT64_MAX;
@@ -116,7 +113,7 @@ class CHive {
     const Kind m_kind;
 
     // Guarded by m_gate.
-    std::unique_ptr<std::timed_mutex> m_gate{new std::timed_mutex};
+    std::unique_ptr<std::mutex> m_gate{new std::mutex};
     std::unique_ptr<CHiveDatabase> m_writer;
     CFileIdentity m_writerIdentity;
     CHiveGeneration m_writerGeneration;

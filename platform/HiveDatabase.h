@@ -1,9 +1,8 @@
 // One connection to the database of a hive, and the statements that are run over it.
 //
-// Tables   key(parent, folded, id, name, boot) and value(key, folded, name, type, data), both ordered by their first
-// two
-//          columns. `folded` is the upcased name, big-endian, so that SQLite's order of bytes is the order of units;
-//          `name` is the name as it was given, little-endian, lone surrogates and all. The hive's root is the key 1.
+// Tables   key(parent, folded, id, name, boot) and value(key, folded, name, type, data), each in the order of its first
+//          two columns. `folded` is the upcased name, high byte first, so that the order of bytes is that of units;
+//          `name` is the name as it was given, low byte first, lone surrogates and all. The hive's root is the key 1.
 //          `boot` names the boot that a volatile key belongs to: such a key is gone in every other one.
 // Ids      are given out once, by the table `counter`: a handle on a deleted key must not wake up on another.
 // Threads  one at a time, as the owner's lock says.

@@ -46,12 +46,11 @@ struct CHiveFiles {
     std::optional<uid_t> reader;  // whom a private hive is about
 };
 
-// Follows no connection's locks: nothing is opened. ERROR_PATH_NOT_FOUND (3) with an empty identity when nothing is
-// there.
+// Opens nothing: closing a file drops the locks that SQLite has on it. ERROR_PATH_NOT_FOUND (3) with an empty identity
+// when nothing is there.
 DWORD IdentifyFile(const std::string& path, CFileIdentity& identity) noexcept;
 
-// Makes folder, log, index, generation and database, unless the database is there already, made by somebody else
-// meanwhile.
+// Makes folder, log, index, generation and database, unless somebody else made the database meanwhile.
 DWORD MakeHive(const CHiveFiles& files);
 
 // Writes `content` to a file of the hive under a temporary name, with the hive's access, and puts it in place.

@@ -11,12 +11,19 @@ namespace {
 // As long as SQLite is given for its own lock.
 constexpr std::chrono::seconds kPatience{10};
 
-// By the wall clock: GCC 12's thread sanitizer does not know the call that waits by the steady one.
-std::chrono::system_clock::time_point In(std::chrono::milliseconds time) noexcept {
-    return std::chrono::system_clock::now() + time;
-}
-
 constexpr int kAttempts = 5;
+
+// In pauses: a lock that is told when to give up would follow the wall clock's changes, or, by the steady clock, be
+// unknown to the thread sanitizer of GCC 12.
+std::unique_lock<std::mutex> LockPatiently(std::mutex& mutex) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    std::unique_lock lock(mutex, std::try_to_lock);
+    for (std::chrono::microseconds pause{10}; !lock && std::chrono::steady_clock::now() < end; lock.try_lock()) {
+        std::this_thread::sleep_for(pause);
+        if (pause < std::chrono::milliseconds(1)) pause *= 2;
+    }
+    return lock;
+}
 
 // Volatile keys of an earlier run of the computer. `none` is set once there are none.
 DWORD RemoveStale(CHiveDatabase& database, bool& none) noexcept {
@@ -34,7 +41,7 @@ DWORD RemoveStale(CHiveDatabase& database, bool& none) noexcept {
 
 DWORD CHive::Write(CHiveChange& change, std::uint32_t incarnation) {
     if (CBatch* batch = CBatch::Current()) return WriteInBatch(*batch, change, incarnation);
-    const std::unique_lock gate(*m_gate, In(kPatience));
+    const std::unique_lock gate = LockPatiently(*m_gate);
     if (!gate) return ERROR_BUSY;
     if (const DWORD error = BeginWrite(change.MakesHive(), incarnation)) return error;
     const std::int64_t changes = m_writer->Changes();
@@ -142,7 +149,7 @@ DWORD CHive::WriteInBatch(CBatch& batch, CHiveChange& change, std::uint32_t inca
     if (batch.Failure()) return batch.Failure();
     if (m_batch.load(std::memory_order_relaxed) != &batch) {
         batch.Reserve();
-        std::unique_lock gate(*m_gate, In(kPatience));
+        std::unique_lock gate = LockPatiently(*m_gate);
         if (!gate) return ERROR_BUSY;
         if (const DWORD error = BeginWrite(change.MakesHive(), incarnation)) return error;
         CQuery last(*m_writer, Sql::LastId);
@@ -198,11 +205,9 @@ DWORD CHive::EndBatch(bool commit) noexcept {
     return error;
 }
 
-bool CHive::CloseGate() noexcept {
-    return m_gate->try_lock_until(In(kPatience));
-}
-
 void CHive::MoveTo(CHiveFiles files) noexcept {
+    // Who holds it writes one thing, and gives up on a locked hive by itself.
+    const std::lock_guard gate(*m_gate);
     CloseWriter();
     const std::lock_guard lock(m_lock);
     ++m_incarnation;
@@ -234,10 +239,9 @@ bool CHive::Rest() noexcept {
 void CHive::PrepareFork() noexcept {
     m_gateHeldByFork = false;
     while (!m_batch.load(std::memory_order_relaxed)) {
-        if (m_gate->try_lock_until(In(std::chrono::milliseconds(1)))) {
-            m_gateHeldByFork = true;
-            break;
-        }
+        m_gateHeldByFork = m_gate->try_lock();
+        if (m_gateHeldByFork) break;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
     m_lock.lock();
     CloseReaders();
@@ -255,7 +259,7 @@ void CHive::EndForkInChild() noexcept {
     } else {
         // The gate stays closed by a thread of the parent: it is left behind as well.
         static_cast<void>(m_gate.release());
-        m_gate.reset(new std::timed_mutex);
+        m_gate.reset(new std::mutex);
         CHiveDatabase::Abandon(m_writer);
         m_lostFile = m_writerIdentity;
         m_writerIdentity = {};

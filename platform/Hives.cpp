@@ -106,32 +106,29 @@ DWORD CHives::SetRoot(std::string path) {
     path = std::filesystem::absolute(path).lexically_normal().string();
     if (path.size() > 1 && path.ends_with('/')) path.pop_back();
     const std::lock_guard lock(m_lock);
-    // First all gates, so that it happens to all hives or to none; a batch holds its own.
-    std::vector<CHive*> closed;
-    closed.reserve(m_userHives.size() + 2);
-    bool allClosed = true;
-    ForEach([&](CHive& hive, auto) {
-        if (!allClosed) return;
-        if ((allClosed = hive.CloseGate())) closed.push_back(&hive);
-    });
-    DWORD error = ERROR_BUSY;
+    if (m_batches != 0) return ERROR_BUSY;
+    // All that can fail comes first, so that it happens to all hives or to none.
+    m_root.swap(path);
     std::vector<CHiveFiles> files;
-    if (allClosed) {
-        error = ERROR_SUCCESS;
-        try {
-            m_root.swap(path);
-            ForEach([&](CHive&, auto filesOf) { files.push_back(filesOf()); });
-        } catch (...) {
-            m_root.swap(path);
-            error = ERROR_OUTOFMEMORY;
-        }
+    try {
+        ForEach([&](CHive&, auto filesOf) { files.push_back(filesOf()); });
+    } catch (...) {
+        m_root.swap(path);
+        throw;
     }
-    if (!error) {
-        std::size_t next = 0;
-        ForEach([&](CHive& hive, auto) { hive.MoveTo(std::move(files[next++])); });
-    }
-    for (CHive* hive : closed) hive->OpenGate();
-    return error;
+    std::size_t next = 0;
+    ForEach([&](CHive& hive, auto) { hive.MoveTo(std::move(files[next++])); });
+    return ERROR_SUCCESS;
+}
+
+void CHives::EnterBatch() {
+    const std::lock_guard lock(m_lock);
+    ++m_batches;
+}
+
+void CHives::LeaveBatch() noexcept {
+    const std::lock_guard lock(m_lock);
+    --m_batches;
 }
 
 const char* CHives::Root() {
@@ -154,16 +151,14 @@ void CHives::EndForkInParent() {
 void CHives::EndForkInChild() {
     CHives& hives = Get();
     hives.ForEach([](CHive& hive, auto) { hive.EndForkInChild(); });
+    hives.m_batches = 0;
     hives.m_lock.unlock();
     CBatch::ForgetInChild();
 }
 
 DWORD WINAPI OvSetRoot(const char* path) {
     if (!path || !*path) return ERROR_INVALID_PARAMETER;
-    return static_cast<DWORD>(RegistryCall([path]() -> DWORD {
-        if (CBatch::Current()) return ERROR_BUSY;
-        return CHives::Get().SetRoot(path);
-    }));
+    return static_cast<DWORD>(RegistryCall([path] { return CHives::Get().SetRoot(path); }));
 }
 
 const char* WINAPI OvRoot() {

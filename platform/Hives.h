@@ -32,9 +32,13 @@ class CHives {
     // The SIDs of the hives that exist, in the order of an enumeration.
     DWORD List(std::vector<std::string>& sids);
 
+    // ERROR_BUSY (170) while a thread is in a batch.
     DWORD SetRoot(std::string path);
     // Valid until the next SetRoot.
     const char* Root();
+
+    void EnterBatch();
+    void LeaveBatch() noexcept;
 
   private:
     CHives();
@@ -49,6 +53,7 @@ class CHives {
     static void EndForkInChild();
 
     std::mutex m_lock;
+    int m_batches = 0;                                                       // guarded by m_lock: threads in one
     std::string m_root;                                                      // guarded by m_lock
     std::map<std::string, std::unique_ptr<CHive>, std::less<>> m_userHives;  // guarded by m_lock
     CHive m_machine;

@@ -13,8 +13,21 @@ bool OvIsTerminal(int stream) {
     return isatty(stream) == 1;
 }
 
+namespace {
+
+// The library beside the program, in full: a name alone is looked for as the caller of dlopen would, and that may be a
+// library that has put itself between.
+std::string VerbsPath() {
+    char program[4096];
+    const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
+    const std::string path(program, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return path.substr(0, path.rfind('/') + 1) + kToolVerbsFile;
+}
+
+}  // namespace
+
 int OvRunVerbs(const std::vector<std::string>& args) {
-    void* library = dlopen(kToolVerbsFile, RTLD_NOW);  // found by the program's own run path; loaded to the end
+    void* library = dlopen(VerbsPath().c_str(), RTLD_NOW);  // stays loaded to the end
     void* entry = library ? dlsym(library, kToolVerbsEntry) : nullptr;
     if (!entry) {
         std::fprintf(stderr, "svinfo: load the verbs: %s\n", dlerror());

@@ -1,4 +1,5 @@
-// svinfo where only this home can show it: rights, links, devices, bytes that are no text.
+// svinfo where only this home can show it: rights, links, devices, bytes that are no text, transactions, and the order
+// in which the registry lists what it holds.
 #include "tools/cli_reg_fixture.h"
 
 namespace {
@@ -47,6 +48,23 @@ TEST_F(CliLinux, WithoutTheRightNothingIsWritten) {
         EXPECT_TRUE(result.errors.ends_with("0x80070005 access is denied\n")) << result.errors;
         EXPECT_EQ(Tree(), before) << write[1];
     }
+}
+
+TEST_F(CliLinux, AFailedWriteTakesEverythingBack) {
+    Done({"reg", "add", kKey, "v", "REG_SZ", "before"});
+    const std::string before = Tree();
+    // The last key can be made by nobody: HKEY_USERS holds hives, and no key of its own.
+    const CRunResult result = Import("[" + kLongKey + "]\r\n\"v\"=\"after\"\r\n[-" + kLongKey + "\\X]\r\n[" + kLongKey +
+                                     "\\New]\r\n[HKEY_USERS\\NoSuchUser\\Software]\r\n\"x\"=\"y\"\r\n");
+    EXPECT_EQ(result.exitCode, 5) << result.errors;
+    EXPECT_NE(result.errors.find("key of line 7: create HKEY_USERS\\NoSuchUser\\Software: 0x8007"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(Tree(), before);
+}
+
+TEST_F(CliLinux, TheSampleIsWhatAnExportWouldBe) {
+    ImportSample();
+    EXPECT_TRUE(Done({"reg", "export", "HKLM\\SOFTWARE\\Orvantis"}) == Read(OV_SAMPLES "/machine.reg"));
 }
 
 TEST_F(CliLinux, ExportReplacesAFileInOneStep) {
