@@ -8,8 +8,9 @@
 //          the old one's keys are dead (1018).
 // Locks    m_gate, then m_lock. m_gate is held by whoever writes, a batch holds it from its first write to its end, and
 //          waiting for it ends with ERROR_BUSY (170). m_lock is held for the length of a read, and by a writer only
-//          to carry over what it did: readers wait for no writer. Both may be waited for under the lock of CHives;
-//          under m_lock only that of the handle table is taken. No two hives are locked at once, but by a fork.
+//          to carry over what it did: readers wait for no writer. The lock of CHives comes before both, except that a
+//          batch may take it with its gates held: while there is a batch, nobody waits for a gate under that lock.
+//          Under m_lock only the lock of the handle table is taken. No two hives are locked at once, but by a fork.
 // Forks    every connection is closed before and opened again when it is needed (CHives).
 #pragma once
 

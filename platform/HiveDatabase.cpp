@@ -47,8 +47,8 @@ constexpr const char* kStatements[] = {
     "UPDATE counter SET last=last+1 RETURNING last",
     "INSERT INTO key(parent, folded, id, name, boot) VALUES(?1, ?2, ?3, ?4, ?5)",
     "DELETE FROM key WHERE id=?1",
-    "INSERT INTO value(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
-    " ON CONFLICT DO UPDATE SET type=excluded.type, data=excluded.data",
+    ("INSERT INTO value(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
+     " ON CONFLICT DO UPDATE SET type=excluded.type, data=excluded.data"),
     "DELETE FROM value WHERE key=?1 AND folded=?2",
     "DELETE FROM value WHERE key=?1",
     "SELECT 1 FROM key WHERE boot IS NOT NULL AND boot<>?1 LIMIT 1",

@@ -206,8 +206,10 @@ DWORD CHive::EndBatch(bool commit) noexcept {
 }
 
 void CHive::MoveTo(CHiveFiles files) noexcept {
-    // Who holds it writes one thing, and gives up on a locked hive by itself.
-    const std::lock_guard gate(*m_gate);
+    // Who holds the gate writes one thing, and gives up on a locked hive by itself. A batch, which may wait for the
+    // lock of CHives with its gates held, does not exist.
+    std::unique_lock gate(*m_gate, std::defer_lock);
+    while (!gate) gate = LockPatiently(*m_gate);
     CloseWriter();
     const std::lock_guard lock(m_lock);
     ++m_incarnation;
