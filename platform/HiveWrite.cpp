@@ -1,5 +1,6 @@
 // How a hive takes writes, and what a fork does to it.
 #include <chrono>
+#include <new>
 #include <thread>
 
 #include "Batch.h"
@@ -259,9 +260,12 @@ void CHive::EndForkInChild() noexcept {
     if (m_gateHeldByFork) {
         m_gate->unlock();
     } else {
-        // The gate stays closed by a thread of the parent: it is left behind as well.
-        static_cast<void>(m_gate.release());
-        m_gate.reset(new std::mutex);
+        // The gate stays closed by a thread of the parent, and is left behind for a new one. Without memory for that,
+        // all writes end with ERROR_BUSY.
+        if (auto* gate = new (std::nothrow) std::mutex) {
+            static_cast<void>(m_gate.release());
+            m_gate.reset(gate);
+        }
         CHiveDatabase::Abandon(m_writer);
         m_lostFile = m_writerIdentity;
         m_writerIdentity = {};

@@ -64,7 +64,9 @@ class CNameIndex {
     };
 
     auto Place(const Record* record) const noexcept {
-        const auto before = [](const Record* a, const Record* b) { return CompareNames(a->Name(), b->Name()) < 0; };
+        const auto before = [](const Record* a, const Record* b) {
+            return std::is_lt(CompareNames(a->Name(), b->Name()));
+        };
         return std::lower_bound(m_ordered.begin(), m_ordered.end(), record, before);
     }
 

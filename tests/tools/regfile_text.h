@@ -13,7 +13,9 @@ inline std::string DataText(const CRegEntry& entry) {
     if (entry.remove) return "-";
     const std::vector<BYTE>& data = entry.data;
     if (entry.type == REG_DWORD && data.size() == 4) {
-        return "#" + std::to_string(data[0] | data[1] << 8 | data[2] << 16 | static_cast<unsigned>(data[3]) << 24);
+        unsigned number = 0;
+        for (std::size_t i = 4; i-- > 0;) number = number << 8 | data[i];
+        return "#" + std::to_string(number);
     }
     if (entry.type == REG_SZ && data.size() >= 2 && data.size() % 2 == 0) {
         wstr text;
