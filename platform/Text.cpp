@@ -1,7 +1,13 @@
 #include "win/text.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <bit>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -173,9 +179,34 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR text, int len
     return output.Used();
 }
 
+#if defined(__SSE2__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+// Eight units at a time. A block that is aligned never lies in two pages, so that what is read beyond the end can be
+// read.
+std::size_t wcslen(const WCHAR* text) noexcept {
+    const auto address = reinterpret_cast<std::uintptr_t>(text);
+    if (address % sizeof(WCHAR) != 0) return std::char_traits<WCHAR>::length(text);
+    const auto* block = reinterpret_cast<const __m128i*>(address & ~std::uintptr_t{15});
+    const auto ends = [&] {
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_load_si128(block), _mm_setzero_si128())));
+    };
+    if (const unsigned first = ends() >> (address & 15)) return static_cast<std::size_t>(std::countr_zero(first)) / 2;
+    for (;;) {
+        ++block;
+        if (const unsigned found = ends()) {
+            const auto at = reinterpret_cast<std::uintptr_t>(block) + static_cast<unsigned>(std::countr_zero(found));
+            return (at - address) / 2;
+        }
+    }
+}
+
+#else
+
 std::size_t wcslen(const WCHAR* text) noexcept {
     return std::char_traits<WCHAR>::length(text);
 }
+
+#endif
 
 int _wcsicmp(const WCHAR* a, const WCHAR* b) noexcept {
     const auto lower = [](WCHAR unit) -> int { return unit >= u'A' && unit <= u'Z' ? unit + 32 : unit; };

@@ -78,7 +78,7 @@ void CServerInfo::FindMachineValue(OV_SERVER_INFO_EX& record, bool defaultOnly, 
     if (defaultOnly) {
         levels = levels.subspan(1);
     } else {
-        if (const CPolicyItem* item = m_machineItems.Find(wstr_view(record.name))) {
+        if (const CPolicyItem* item = m_machineItems.Find({record.name, wcslen(record.name)})) {
             record.hr = CopyValueOut(*item, record.value);
             TraceStored(scope, record.name, item->value);
             return;

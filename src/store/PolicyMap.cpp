@@ -1,17 +1,13 @@
 #include "store/PolicyMap.h"
 
 #include <algorithm>
-#include <cstring>
+#include <new>
 #include <numeric>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t kFirstTable = 16;
-
-bool SameBytes(wstr_view a, wstr_view b) noexcept {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(WCHAR)) == 0;
-}
 
 constexpr std::uint32_t TagOf(std::uint64_t hash) noexcept {
     return static_cast<std::uint32_t>(hash >> 32);
@@ -21,19 +17,20 @@ constexpr std::uint32_t TagOf(std::uint64_t hash) noexcept {
 
 bool CPolicyMap::Insert(CPolicyItem item) {
     const CFoldedName name(item.name);
-    if ((m_entries.size() + 1) * 2 > m_slots.size()) GrowTable();
+    if ((m_entries.size() + 1) * 8 > m_slots.size() * 7) GrowTable();
     const std::size_t slot = SlotFor(name);
     if (m_slots[slot].index != kFree) return false;
     const std::size_t start = m_keys.size();
-    m_keys.insert(m_keys.end(), name.Text().begin(), name.Text().end());
+    if (start + name.Key().size() > UINT32_MAX) throw std::bad_alloc();
+    m_keys.insert(m_keys.end(), name.Key().begin(), name.Key().end());
     try {
         m_entries.push_back(
-            {std::move(item), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(name.Text().size())});
+            {std::move(item), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(name.Key().size())});
     } catch (...) {
         m_keys.resize(start);  // the key of an entry that is not there would only be lost room
         throw;
     }
-    m_slots[slot] = {TagOf(name.Hash()), static_cast<std::uint32_t>(m_entries.size() - 1)};
+    m_slots[slot] = SlotOf(name.Hash(), static_cast<std::uint32_t>(m_entries.size() - 1));
     return true;
 }
 
@@ -65,18 +62,22 @@ std::size_t CPolicyMap::SlotFor(const CFoldedName& name) const noexcept {
     for (std::size_t at = static_cast<std::size_t>(name.Hash()) & mask;; at = (at + 1) & mask) {
         const Slot slot = m_slots[at];
         if (slot.index == kFree) return at;
-        if (slot.tag == tag && SameBytes(KeyOf(m_entries[slot.index]), name.Text())) return at;
+        if (slot.tag == tag && KeyOf(slot) == name.Key()) return at;
     }
 }
 
+CPolicyMap::Slot CPolicyMap::SlotOf(std::uint64_t hash, std::uint32_t index) const noexcept {
+    return {TagOf(hash), index, m_entries[index].keyStart, m_entries[index].keyLength};
+}
+
 void CPolicyMap::GrowTable() {
-    std::vector<Slot> slots(m_slots.empty() ? kFirstTable : m_slots.size() * 2, Slot{0, kFree});
+    std::vector<Slot> slots(m_slots.empty() ? kFirstTable : m_slots.size() * 2, Slot{0, kFree, 0, 0});
     const std::size_t mask = slots.size() - 1;
     for (std::uint32_t index = 0; index < m_entries.size(); ++index) {
-        const std::uint64_t hash = CFoldedName::HashFolded(KeyOf(m_entries[index]));
+        const std::uint64_t hash = CFoldedName::HashOfKey(KeyOf(m_entries[index]));
         std::size_t at = static_cast<std::size_t>(hash) & mask;
         while (slots[at].index != kFree) at = (at + 1) & mask;
-        slots[at] = {TagOf(hash), index};
+        slots[at] = SlotOf(hash, index);
     }
     m_slots.swap(slots);
 }

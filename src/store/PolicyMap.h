@@ -4,12 +4,14 @@
 // the policy sources rests on the second: what is loaded first stays.
 //
 // Shape    items lie in the order of their insertion; a table of hashes of folded names finds them, an order by folded
-//          name walks them. The order is made when a walk first asks for it.
+//          name walks them. The order is made when a walk first asks for it. A slot of the table tells both where the
+//          key and where the item lies, so that finding waits for memory twice, not three times.
 // Fails    a failed allocation raises std::bad_alloc and leaves the map as it was.
 // Threads  none of its own: its owner's lock guards it, reads included, since a first walk makes the order.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "Platform.h"
@@ -33,7 +35,7 @@ class CPolicyMap {
     const CPolicyItem& At(std::size_t rank) const;
 
   private:
-    struct Entry {
+    struct alignas(64) Entry {  // a cache line, with all that a hit reads
         CPolicyItem item;
         std::uint32_t keyStart;  // of the folded name in m_keys
         std::uint32_t keyLength;
@@ -41,17 +43,24 @@ class CPolicyMap {
     struct Slot {
         std::uint32_t tag;    // the upper half of the hash
         std::uint32_t index;  // into m_entries; kFree when the slot is empty
+        std::uint32_t keyStart;
+        std::uint32_t keyLength;
     };
     static constexpr std::uint32_t kFree = UINT32_MAX;
 
-    wstr_view KeyOf(const Entry& entry) const noexcept { return {m_keys.data() + entry.keyStart, entry.keyLength}; }
+    // An entry's or a slot's.
+    template <class Holder>
+    std::string_view KeyOf(const Holder& holder) const noexcept {
+        return {m_keys.data() + holder.keyStart, holder.keyLength};
+    }
     // The slot that holds the name, or the free one where it would go. The table must not be empty.
     std::size_t SlotFor(const CFoldedName& name) const noexcept;
+    Slot SlotOf(std::uint64_t hash, std::uint32_t index) const noexcept;
     void GrowTable();
     void EnsureOrder() const;
 
     std::vector<Entry> m_entries;
-    std::vector<WCHAR> m_keys;                   // the folded names, one behind the other
-    std::vector<Slot> m_slots;                   // open addressing, at most half full; its size is a power of two
+    std::vector<char> m_keys;                    // the folded names, one behind the other
+    std::vector<Slot> m_slots;                   // open addressing, at most 7/8 full; its size is a power of two
     mutable std::vector<std::uint32_t> m_order;  // indices by key; shorter than m_entries until a walk completes it
 };

@@ -53,8 +53,8 @@ int CompareLowered(wstr_view a, wstr_view b) noexcept {
 }
 
 // Upcases ASCII letters; false when there is a unit beyond ASCII, and the output is then of no use. Without a branch in
-// the loop the compiler folds eight units at a time.
-bool UpcaseAscii(wstr_view name, WCHAR* __restrict out) noexcept {
+// the loop the compiler folds sixteen units at a time.
+bool UpcaseAscii(wstr_view name, char* __restrict out) noexcept {
     const WCHAR* __restrict in = name.data();
     const std::size_t size = name.size();
     std::uint16_t all = 0;
@@ -62,23 +62,43 @@ bool UpcaseAscii(wstr_view name, WCHAR* __restrict out) noexcept {
         const auto unit = static_cast<std::uint16_t>(in[i]);
         all = static_cast<std::uint16_t>(all | unit);
         const auto lower = static_cast<std::uint16_t>(static_cast<std::uint16_t>(unit - 'a') < 26 ? 32 : 0);
-        out[i] = static_cast<WCHAR>(unit - lower);
+        out[i] = static_cast<char>(unit - lower);
     }
     return all < 0x80;
 }
 
-void Fold(wstr_view name, WCHAR* out) noexcept {
+wstr FoldUnits(wstr_view name) {
+    wstr folded(name.size(), 0);
     const CaseRule& rule = TheCaseRule();
     if (!rule.IsWhole()) {
-        std::transform(name.begin(), name.end(), out, LowerAscii);
-        return;
+        std::transform(name.begin(), name.end(), folded.begin(), LowerAscii);
+        return folded;
     }
-    if (UpcaseAscii(name, out)) return;
     for (std::size_t at = 0; at < name.size(); at += kPiece) {
         const UNICODE_STRING in = Counted(name.substr(at, kPiece));
-        UNICODE_STRING folded = {0, in.Length, out + at};
-        rule.upcase(&folded, &in, FALSE);
+        UNICODE_STRING out = {0, in.Length, folded.data() + at};
+        rule.upcase(&out, &in, FALSE);
     }
+    return folded;
+}
+
+// Writes each unit in the way of UTF-8; gives the number of bytes.
+std::size_t EncodeUnits(wstr_view units, char* out) noexcept {
+    const char* const begin = out;
+    for (const unsigned unit : units) {
+        if (unit < 0x80) {
+            *out++ = static_cast<char>(unit);
+            continue;
+        }
+        if (unit < 0x800) {
+            *out++ = static_cast<char>(0xC0 | unit >> 6);
+        } else {
+            *out++ = static_cast<char>(0xE0 | unit >> 12);
+            *out++ = static_cast<char>(0x80 | (unit >> 6 & 0x3F));
+        }
+        *out++ = static_cast<char>(0x80 | (unit & 0x3F));
+    }
+    return static_cast<std::size_t>(out - begin);
 }
 
 std::uint64_t Mix(std::uint64_t a, std::uint64_t b) noexcept {
@@ -119,20 +139,20 @@ int CompareNames(wstr_view a, wstr_view b) noexcept {
 }
 
 CFoldedName::CFoldedName(wstr_view name) : m_length(name.size()) {
-    WCHAR* out = m_short;
-    if (m_length > kRoom) {
-        m_long.resize(m_length);
+    char* out = m_short;
+    if (m_length > kRoom / kUnitBytes) {
+        m_long.resize(m_length * kUnitBytes);
         out = m_long.data();
     }
-    Fold(name, out);
-    m_text = out;
-    m_hash = HashFolded(Text());
+    if (!TheCaseRule().IsWhole() || !UpcaseAscii(name, out)) m_length = EncodeUnits(FoldUnits(name), out);
+    m_key = out;
+    m_hash = HashOfKey(Key());
 }
 
 // A multiply-and-mix hash, 16 bytes a step. It never leaves the process.
-std::uint64_t CFoldedName::HashFolded(wstr_view text) noexcept {
-    const auto* p = reinterpret_cast<const char*>(text.data());
-    std::size_t left = text.size() * sizeof(WCHAR);
+std::uint64_t CFoldedName::HashOfKey(std::string_view key) noexcept {
+    const char* p = key.data();
+    std::size_t left = key.size();
     std::uint64_t hash = left * 0x9E3779B97F4A7C15u;
     std::uint64_t a = 0;
     std::uint64_t b = 0;
@@ -169,8 +189,10 @@ bool IsUserScopedName(LPCWSTR name) noexcept {
 
 LPCWSTR ReduceName(LPCWSTR name) noexcept {
     if (!name) return name;
-    const wstr_view text(name);
-    if (!IsSameOrSubPath(AppsPolicyPrefix, text) || text.size() <= AppsPolicyPrefix.size() + 1) return name;
-    LPCWSTR leaf = name + AppsPolicyPrefix.size() + 1;
-    return IsAuthPolicyName(leaf) ? leaf : name;
+    // Nearly every name differs in its first unit, so nothing looks for its end before that is known.
+    const WCHAR* leaf = name;
+    for (const WCHAR unit : AppsPolicyPrefix) {
+        if (LowerAscii(*leaf++) != LowerAscii(unit)) return name;
+    }
+    return *leaf == W('\\') && IsAuthPolicyName(leaf + 1) ? leaf + 1 : name;
 }

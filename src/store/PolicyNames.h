@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "Platform.h"
 
@@ -14,26 +16,28 @@
 int CompareNames(LPCWSTR a, LPCWSTR b) noexcept;
 int CompareNames(wstr_view a, wstr_view b) noexcept;
 
-// A name in the form in which equal names are equal bytes, with its hash. Short names cost no allocation.
+// A name in the form in which equal names are equal bytes, with its hash: the folded units, each written in the way of
+// UTF-8 (surrogates one by one), so that bytes sort as the units do and most names take half the room. Short names cost
+// no allocation.
 class CFoldedName {
   public:
     explicit CFoldedName(wstr_view name);
     CFoldedName(const CFoldedName&) = delete;
     CFoldedName& operator=(const CFoldedName&) = delete;
 
-    wstr_view Text() const noexcept { return {m_text, m_length}; }
+    std::string_view Key() const noexcept { return {m_key, m_length}; }
     std::uint64_t Hash() const noexcept { return m_hash; }
-    // The hash of a text that is folded already.
-    static std::uint64_t HashFolded(wstr_view text) noexcept;
+    static std::uint64_t HashOfKey(std::string_view key) noexcept;
 
   private:
-    static constexpr std::size_t kRoom = 260;
+    static constexpr std::size_t kUnitBytes = 3;  // of one unit at the most
+    static constexpr std::size_t kRoom = 260 * kUnitBytes;
 
-    const WCHAR* m_text;
+    const char* m_key;
     std::size_t m_length;
     std::uint64_t m_hash;
-    wstr m_long;           // the text of a name that does not fit below
-    WCHAR m_short[kRoom];  // not cleared: a query would pay for it
+    std::string m_long;   // the key of a name that might not fit below
+    char m_short[kRoom];  // not cleared: a query would pay for it
 };
 
 // True when both are the same path, or one lies below the other. Folds ASCII letters only.

@@ -57,7 +57,7 @@ bool ValuesEqual(const OV_SERVER_VALUE& a, const OV_SERVER_VALUE& b) noexcept {
 
 LPWSTR CopyTextOut(LPCWSTR text) {
     if (!text) return nullptr;
-    const std::size_t bytes = (std::char_traits<WCHAR>::length(text) + 1) * sizeof(WCHAR);
+    const std::size_t bytes = (wcslen(text) + 1) * sizeof(WCHAR);
     void* block = CoTaskMemAlloc(bytes);
     if (!block) throw _com_error(E_OUTOFMEMORY);
     return static_cast<LPWSTR>(std::memcpy(block, text, bytes));

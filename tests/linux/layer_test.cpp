@@ -1,8 +1,10 @@
 // What the layer promises beyond the names it serves: whose clocks it reads, where it finds modules, forks, hiding.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -166,6 +168,26 @@ TEST(LayerMemory, IsTheCLibrarys) {
     void* block = CoTaskMemAlloc(8);
     ASSERT_NE(block, nullptr);
     free(block);  // a client without the layer does this; the address sanitizer watches
+}
+
+// Nothing behind the page of the last unit can be read.
+TEST(LayerText, ALengthIsFoundUpToTheEndOfReadableMemory) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    char* const end = static_cast<char*>(pages) + page;
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    for (std::size_t length = 0; length < 40; ++length) {
+        for (std::size_t before = 0; before < 16; ++before) {
+            // A NUL in front of the text must not be taken for its end, nor one byte of a unit for a NUL.
+            auto* text = reinterpret_cast<WCHAR*>(end) - (length + 1) - before;
+            text[-1] = 0;
+            std::fill_n(text, length, W('\u0100'));
+            std::fill_n(text + length, before + 1, WCHAR{0});
+            EXPECT_EQ(wcslen(text), length) << before;
+        }
+    }
+    munmap(pages, 2 * page);
 }
 
 TEST(LayerText, ADefaultCharacterIsNoneForUtf8) {

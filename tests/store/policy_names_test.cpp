@@ -37,10 +37,10 @@ TEST(PolicyNames, LongNamesAreComparedAndFoldedToTheirEnd) {
     wstr b(100'000, W('X'));
     a[40'000] = b[40'000] = W('\u00E9');
     EXPECT_EQ(CompareNames(a.c_str(), b.c_str()), 0);
-    EXPECT_EQ(CFoldedName(a).Text(), CFoldedName(b).Text());
+    EXPECT_EQ(CFoldedName(a).Key(), CFoldedName(b).Key());
     b.back() = W('y');
     EXPECT_LT(CompareNames(a.c_str(), b.c_str()), 0);
-    EXPECT_NE(CFoldedName(a).Text(), CFoldedName(b).Text());
+    EXPECT_NE(CFoldedName(a).Key(), CFoldedName(b).Key());
 }
 
 TEST(PolicyNames, FoldedNamesAreEqualExactlyWhenTheNamesAre) {
@@ -53,9 +53,9 @@ TEST(PolicyNames, FoldedNamesAreEqualExactlyWhenTheNamesAre) {
         for (WCHAR& c : a) c = units[unit(random)];
         for (WCHAR& c : b) c = units[unit(random)];
         const CFoldedName x(a), y(b);
-        ASSERT_EQ(x.Text() == y.Text(), CompareNames(a.c_str(), b.c_str()) == 0);
-        ASSERT_EQ(x.Text() < y.Text(), CompareNames(a.c_str(), b.c_str()) < 0);
-        if (x.Text() == y.Text()) {
+        ASSERT_EQ(x.Key() == y.Key(), CompareNames(a.c_str(), b.c_str()) == 0);
+        ASSERT_EQ(x.Key() < y.Key(), CompareNames(a.c_str(), b.c_str()) < 0);
+        if (x.Key() == y.Key()) {
             ASSERT_EQ(x.Hash(), y.Hash());
         }
     }
