@@ -5,6 +5,7 @@
 #include <span>
 
 #include "Home.h"
+#include "userenv.h"
 #include "win/registry.h"
 #include "winternl.h"
 
@@ -40,11 +41,17 @@ Export advapi32Exports[] = {
     OV_EXPORT(RegOpenKeyExW),   OV_EXPORT(RegQueryInfoKeyW), OV_EXPORT(RegQueryValueExW), OV_EXPORT(RegSetValueExW),
 };
 
+Export userenvExports[] = {
+    OV_EXPORT(RegisterGPNotification),     OV_EXPORT(UnregisterGPNotification), OV_EXPORT(EnterCriticalPolicySection),
+    OV_EXPORT(LeaveCriticalPolicySection), OV_EXPORT(RefreshPolicyEx),
+};
+
 #undef OV_EXPORT
 
 Module modules[] = {
     {u"ntdll.dll", ntdllExports},
     {u"Advapi32.dll", advapi32Exports},
+    {u"Userenv.dll", userenvExports},
 };
 
 template <class Text>

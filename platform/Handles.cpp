@@ -48,6 +48,12 @@ class CHandleTable {
         return std::move(place->object);
     }
 
+    std::shared_ptr<CKernelObject> Find(HANDLE handle) noexcept {
+        std::lock_guard lock(m_lock);
+        const Place* place = At(handle);
+        return place ? place->object : nullptr;
+    }
+
   private:
     static HANDLE ToHandle(std::size_t index, std::uint32_t generation) {
         const std::uintptr_t number = std::uintptr_t{generation} << kIndexBits | (index + 1);
@@ -106,6 +112,10 @@ HANDLE OpenHandle(std::shared_ptr<CKernelObject> object) noexcept {
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
+}
+
+std::shared_ptr<CKernelObject> ObjectOf(HANDLE handle) noexcept {
+    return TheHandles().Find(handle);
 }
 
 HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCWSTR name) {

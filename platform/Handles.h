@@ -19,3 +19,10 @@ class CKernelObject {
 
 // A new handle on the object; null when there is no memory for it.
 HANDLE OpenHandle(std::shared_ptr<CKernelObject> object) noexcept;
+
+// What the handle stands for; null for one that stands for nothing, or for something else.
+std::shared_ptr<CKernelObject> ObjectOf(HANDLE handle) noexcept;
+template <class Object>
+std::shared_ptr<Object> ObjectOf(HANDLE handle) noexcept {
+    return std::dynamic_pointer_cast<Object>(ObjectOf(handle));
+}

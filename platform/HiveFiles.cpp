@@ -10,56 +10,17 @@
 #include <cstdio>
 #include <ctime>
 
+#include "File.h"
 #include "HiveDatabase.h"
 #include "HiveError.h"
 #include "HiveGeneration.h"
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kSharedMode = 0644;
 constexpr mode_t kPrivateMode = 0600;
-
-class CFile {
-  public:
-    explicit CFile(int file = -1) noexcept : m_file(file) {}
-    ~CFile() { Close(); }
-    CFile(const CFile&) = delete;
-    CFile& operator=(const CFile&) = delete;
-
-    int Get() const noexcept { return m_file; }
-    explicit operator bool() const noexcept { return m_file >= 0; }
-    void Reset(int file) noexcept {
-        Close();
-        m_file = file;
-    }
-
-  private:
-    void Close() noexcept {
-        if (m_file < 0) return;
-        const int saved = errno;
-        close(m_file);
-        errno = saved;
-    }
-
-    int m_file;
-};
 
 DWORD Failed() noexcept {
     return HiveErrorFromErrno(errno);
-}
-
-// The folder and those above it. What was there keeps its mode.
-DWORD MakeFolders(const std::string& folder) {
-    if (mkdir(folder.c_str(), kFolderMode) != 0) {
-        if (errno == EEXIST) return ERROR_SUCCESS;
-        const std::size_t slash = folder.find_last_of('/');
-        if (errno != ENOENT || slash == 0 || slash == std::string::npos) return Failed();
-        if (const DWORD error = MakeFolders(folder.substr(0, slash))) return error;
-        if (mkdir(folder.c_str(), kFolderMode) != 0) return errno == EEXIST ? ERROR_SUCCESS : Failed();
-    }
-    // The creation mask may have taken bits that readers need.
-    return chmod(folder.c_str(), kFolderMode) == 0 ? ERROR_SUCCESS : Failed();
 }
 
 // The access list as the kernel takes it: owner reads and writes, one more user reads, nobody else.

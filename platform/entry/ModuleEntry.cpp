@@ -2,6 +2,8 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <cstdlib>
+
 #include "win/module.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);
@@ -18,11 +20,14 @@ HINSTANCE Self() {
     return reinterpret_cast<HINSTANCE>(map);
 }
 
-__attribute__((constructor)) void Attach() {
-    DllMain(Self(), DLL_PROCESS_ATTACH, nullptr);
-}
-__attribute__((destructor)) void Detach() {
+void Detach() {
     DllMain(Self(), DLL_PROCESS_DETACH, nullptr);
+}
+
+// At the end, of the process or of the module, what is registered here runs among the destructors of the module's
+// static objects, the last one first: before those of all that the attaching made, which the detaching still needs.
+__attribute__((constructor)) void Attach() {
+    if (DllMain(Self(), DLL_PROCESS_ATTACH, nullptr)) std::atexit(Detach);
 }
 
 }  // namespace

@@ -24,6 +24,10 @@ OVLAYER_API LSTATUS WINAPI OvEndRegistryBatch(BOOL commit);
 // whose modules are the system's own ignores it.
 OVLAYER_API void WINAPI OvHideExport(const char* module, const char* name, BOOL hide);
 
+// When the policy of the machine (of the users, when `machine` is FALSE) was last signalled, in local time. FALSE when
+// it never was, or where the home does not tell.
+OVLAYER_API BOOL WINAPI OvLastPolicySignal(BOOL machine, SYSTEMTIME* time);
+
 // Removes what a root keeps outside of its folder, and leaves it. Here that is nothing: whoever removes the folder has
 // removed the root.
 inline DWORD OvForgetRoot(const char*) {

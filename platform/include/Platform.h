@@ -9,6 +9,7 @@
 
 #include <comdef.h>
 #include <objbase.h>
+#include <sddl.h>
 #include <winternl.h>
 
 #include "Home.h"

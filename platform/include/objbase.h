@@ -9,6 +9,12 @@ OVLAYER_API LPVOID WINAPI CoTaskMemAlloc(SIZE_T size);
 OVLAYER_API LPVOID WINAPI CoTaskMemRealloc(LPVOID block, SIZE_T size);
 OVLAYER_API void WINAPI CoTaskMemFree(LPVOID block);
 
+// Apartments, as far as they matter here: a thread that is in one of another kind gets RPC_E_CHANGED_MODE.
+#define COINIT_MULTITHREADED 0u
+#define COINIT_APARTMENTTHREADED 2u
+OVLAYER_API HRESULT WINAPI CoInitializeEx(LPVOID reserved, DWORD model);
+OVLAYER_API void WINAPI CoUninitialize();
+
 // Braces, hyphens, upper case: 38 characters. The first gives a CoTaskMemAlloc string; the second counts the NUL and
 // gives 0 when the room is less than 39.
 OVLAYER_API HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR* text);

@@ -3,6 +3,7 @@
 
 #include "win/types.h"
 
+#include "win/account.h"
 #include "win/module.h"
 #include "win/registry.h"
 #include "win/sync.h"

@@ -33,5 +33,10 @@ LSTATUS OvEndRegistryBatch(BOOL commit);
 // The modules are the system's own and stay in sight.
 inline void OvHideExport(const char*, const char*, BOOL) {}
 
+// The system does not tell.
+inline BOOL OvLastPolicySignal(BOOL, SYSTEMTIME*) {
+    return FALSE;
+}
+
 // Which home this is: for tests, and for the table of what differs (docs/homes.md).
 inline constexpr char kOvHomeName[] = "windows";

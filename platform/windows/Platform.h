@@ -11,6 +11,7 @@
 #include <comdef.h>
 #include <objbase.h>
 #include <unknwn.h>
+#include <sddl.h>
 #include <winternl.h>
 
 #include "Home.h"

@@ -28,7 +28,7 @@ class CProcess {
     int m_output = -1;
 };
 
-// A process that reads and writes the registry of a root when it is told to, as user `user`.
+// A process that reads and writes the registry of a root, and signals its policy, when it is told to, as user `user`.
 //
 //     get KEY NAME            0 and the number, or the error
 //     set KEY NAME NUMBER     the error, 0 for none; the key is made
@@ -36,6 +36,8 @@ class CProcess {
 //     hold KEY                the error; the key stays open
 //     held NAME               like get, from the key that is held
 //     begin, commit, rollback the error
+//     signal                  1 when the policy of the machine was signalled
+//     section                 1 when the machine's policy section is held, until the process ends
 //
 // KEY begins with HKLM or HKCU, or a SID for HKEY_USERS.
 class CClient : public CProcess {

@@ -9,6 +9,7 @@
 #include "Platform.h"
 #include "module/RegistryKey.h"
 #include "support/ChildRole.h"
+#include "userenv.h"
 
 namespace {
 
@@ -40,6 +41,8 @@ class CClientRole {
         if (verb == "begin") return std::to_string(OvBeginRegistryBatch());
         if (verb == "commit") return std::to_string(OvEndRegistryBatch(TRUE));
         if (verb == "rollback") return std::to_string(OvEndRegistryBatch(FALSE));
+        if (verb == "signal") return std::to_string(RefreshPolicyEx(TRUE, 0));
+        if (verb == "section") return EnterCriticalPolicySection(TRUE) ? "1" : "0";
         if (verb == "held") {
             words >> name;
             return Get(m_held, name);

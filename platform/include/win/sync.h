@@ -34,3 +34,29 @@ OVLAYER_API DWORD WINAPI GetCurrentProcessId();
 // exists succeeds with the last error ERROR_ALREADY_EXISTS.
 OVLAYER_API HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCWSTR name);
 OVLAYER_API BOOL WINAPI CloseHandle(HANDLE handle);
+
+#define INFINITE 0xFFFFFFFFu
+#define WAIT_OBJECT_0 0u
+#define WAIT_TIMEOUT 258u
+#define WAIT_FAILED 0xFFFFFFFFu
+
+// Events without a name: a name gives null and ERROR_NOT_SUPPORTED.
+OVLAYER_API HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
+                                       LPCWSTR name);
+OVLAYER_API BOOL WINAPI SetEvent(HANDLE event);
+OVLAYER_API BOOL WINAPI ResetEvent(HANDLE event);
+// Events only. `milliseconds` may be INFINITE.
+OVLAYER_API DWORD WINAPI WaitForSingleObject(HANDLE event, DWORD milliseconds);
+
+// The wait pool: `callback` runs on a thread of it each time the event is signalled, several at once when signals come
+// faster than they are dealt with. Served: INFINITE, and the flags WT_EXECUTEDEFAULT, WT_EXECUTELONGFUNCTION and
+// WT_EXECUTEONLYONCE.
+using WAITORTIMERCALLBACK = void(CALLBACK*)(PVOID context, BOOLEAN timedOut);
+#define WT_EXECUTEDEFAULT 0x00u
+#define WT_EXECUTEONLYONCE 0x08u
+#define WT_EXECUTELONGFUNCTION 0x10u
+OVLAYER_API BOOL WINAPI RegisterWaitForSingleObject(HANDLE* wait, HANDLE event, WAITORTIMERCALLBACK callback,
+                                                    PVOID context, ULONG milliseconds, ULONG flags);
+// From its return on no new callback begins. `completion` INVALID_HANDLE_VALUE: and none is running any more. Null: one
+// that has begun goes on, and the answer is FALSE with ERROR_IO_PENDING (997). An event is not served.
+OVLAYER_API BOOL WINAPI UnregisterWaitEx(HANDLE wait, HANDLE completion);

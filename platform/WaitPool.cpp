@@ -1,0 +1,83 @@
+#include "WaitPool.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+#include "Event.h"
+#include "QuietThread.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience(2);  // how long a thread without work stays
+
+class CWaitPool {
+  public:
+    void Run(std::shared_ptr<CRegisteredWait> wait) {
+        const std::lock_guard lock(m_lock);
+        m_work.push_back(std::move(wait));
+        if (m_idle >= m_work.size()) {
+            m_more.notify_one();
+            return;
+        }
+        try {
+            StartQuietThread([this] { Serve(); }).detach();
+        } catch (...) {
+            m_work.pop_back();
+            throw;
+        }
+    }
+
+  private:
+    void Serve() {
+        std::unique_lock lock(m_lock);
+        for (;;) {
+            if (m_work.empty()) {
+                ++m_idle;
+                const bool woken = m_more.wait_for(lock, kPatience, [this] { return !m_work.empty(); });
+                --m_idle;
+                if (!woken) return;
+            }
+            const std::shared_ptr<CRegisteredWait> wait = std::move(m_work.front());
+            m_work.pop_front();
+            lock.unlock();
+            wait->Run();
+            lock.lock();
+        }
+    }
+
+    std::mutex m_lock;
+    std::condition_variable m_more;
+    std::deque<std::shared_ptr<CRegisteredWait>> m_work;
+    std::size_t m_idle = 0;
+};
+
+// Never destroyed, since its threads may outlive the statics of the process. The child of a fork has none of them and
+// begins with a pool of its own.
+std::atomic<CWaitPool*> current{nullptr};
+
+CWaitPool& ThePool() {
+    if (CWaitPool* pool = current.load()) return *pool;
+    auto made = std::make_unique<CWaitPool>();
+    CWaitPool* seen = nullptr;
+    return current.compare_exchange_strong(seen, made.get()) ? *made.release() : *seen;
+}
+
+__attribute__((constructor)) void StartAfreshInChild() {
+    pthread_atfork(nullptr, nullptr, [] { current = nullptr; });
+}
+
+}  // namespace
+
+bool RunOnWaitPool(std::shared_ptr<CRegisteredWait> wait) noexcept {
+    try {
+        ThePool().Run(std::move(wait));
+        return true;
+    } catch (...) {
+        return false;
+    }
+}

@@ -1,0 +1,4 @@
+// Security identifiers as text.
+#pragma once
+
+#include "win/account.h"
