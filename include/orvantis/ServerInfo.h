@@ -33,6 +33,10 @@ constexpr LPCWSTR OvPickText(Wide wide, Unicode unicode) noexcept {
 inline constexpr CLSID CLSID_ServerInfo = {
     0x5833D5CB, 0x2254, 0x4F1D, {0x9B, 0x43, 0x03, 0x59, 0xD7, 0x0F, 0x95, 0x96}};
 inline constexpr IID IID_IOVServerInfo = {0xDC6DF02A, 0xE9C8, 0x4115, {0xBA, 0xDB, 0xF8, 0x12, 0xE4, 0xF1, 0x67, 0x3E}};
+inline constexpr IID IID_IOVServerInfoNotify = {
+    0x91807E92, 0x23C9, 0x4D5C, {0x8E, 0x40, 0x8D, 0xBF, 0xAD, 0xC5, 0x28, 0x96}};
+inline constexpr IID IID_IOVInfoChangeCallback = {
+    0xDA17063F, 0x7994, 0x4353, {0x9D, 0xD4, 0x42, 0xF1, 0x74, 0x0C, 0x74, 0xCD}};
 inline constexpr IID IID_IOVServerInfo2 = {
     0x33D03C39, 0xEA44, 0x47E3, {0xBF, 0x89, 0xA7, 0x77, 0xF8, 0x7D, 0x9D, 0x82}};
 
@@ -97,11 +101,11 @@ struct IOVServerInfo : public IUnknown {
     // no record can hold, 0x80070032 a stored value that does not cross the interfaces.
     STDMETHOD(GetInfo)(DWORD count, OV_SERVER_INFO_EX* records) = 0;
 
-    // One DWORD. 0x80070057 for a null or empty name or a null pointer, 0x8007000D when the item has another type;
-    // *value is 0 then.
+    // One DWORD. 0x80070057 for a null or empty name or a null pointer, which leaves *value as it is; every other
+    // failure leaves 0 in it, 0x8007000D for an item of another type among them.
     STDMETHOD(GetItemLong)(LPCWSTR name, DWORD* value) = 0;
 
-    // One string, the caller's to free with CoTaskMemFree. Failures as above, with *value null.
+    // One string, the caller's to free with CoTaskMemFree. Failures as above, with null in *value.
     STDMETHOD(GetItemString)(LPCWSTR name, LPWSTR* value) = 0;
 
     // Changes of the local key. Not served yet: each returns E_NOTIMPL and changes nothing.
@@ -113,3 +117,27 @@ struct IOVServerInfo : public IUnknown {
 
 // The same operations on the same table, under a second id.
 struct IOVServerInfo2 : public IOVServerInfo {};
+
+// Implemented by clients that want to hear of changes.
+struct IOVInfoChangeCallback : public IUnknown {
+    // `count` changed items. Index i of both arrays speaks of the same item: oldInfo what it was (`hr` 0x80070032 where
+    // that is not known or there was nothing), newInfo what it is now (`hr` negative where there is nothing any more).
+    // The arrays and all they point to are gone when this returns.
+    //
+    // Called on the thread that caused the change, under the object's lock: ask and change what you like on this
+    // thread, but never wait here for another thread that calls the same object. A failure is noted and changes
+    // nothing.
+    STDMETHOD(OnInfoChanged)(DWORD count, const OV_SERVER_INFO_EX* oldInfo, const OV_SERVER_INFO_EX* newInfo) = 0;
+};
+
+// Changes, as they come.
+struct IOVServerInfoNotify : public IUnknown {
+    // `name` is the filter: the empty text for every item, else an item or a key, which passes what lies above and
+    // below it. Takes a reference on `callback`, and gives a cookie that is never 0. The callback hears at once of what
+    // the last load changed; a failure of that first delivery is the result, and the subscription stands all the same.
+    // 0x80070057: name or callback is null. 0x80004003: cookie is null. 0x80010001: the object was terminated.
+    STDMETHOD(RegisterNotification)(LPCWSTR name, IOVInfoChangeCallback* callback, DWORD* cookie) = 0;
+
+    // Ends a subscription and releases its callback. 0x80070057 for an unknown cookie; 1 for one that Term has ended.
+    STDMETHOD(UnregisterNotification)(DWORD cookie) = 0;
+};

@@ -4,9 +4,8 @@
 //   OVFormat::Format(text, 100, "%ls = 0x%016I64X", name, mask);
 //
 // Format       narrow text; its bytes beyond ASCII are widened as they are.
-// Integers     d i u o x X, 32 bits with no prefix, l or I32; 64 bits with I64, ll or j; the size of a pointer with I,
-// t
-//              or z; h keeps 16 bits. p is a pointer in 16 upper-case digits.
+// Integers     d i u o x X, 32 bits with no prefix, l or I32; 64 bits with I64, ll or j; the size of a pointer with
+//              I, t or z; h keeps 16 bits. p is a pointer in 16 upper-case digits.
 // Text         ls, ws and s take wide text, hs and S narrow text, each byte of which is widened as it is. Null prints
 //              (null). lc and c take a wide character, hc and C a narrow one; a character 0 goes into the output.
 // Numbers      e f g with an exponent of three digits, at most 340 digits behind the point.

@@ -2,7 +2,7 @@
 //
 // Source   SOFTWARE\Orvantis\Tracing of HKEY_LOCAL_MACHINE, in the 32-bit view where the other one has no such key: the
 //          numbers DoTrace, TraceToFile, NewFileAlways, DoLog, DoProfiling, Verbosity, and the subkeys Components and
-//          ComponentsNOT, whose value names are module names. docs/administrator-guide.md tells what each does.
+//          ComponentsNOT, whose value names are module names.
 // When     on entry of a scope, at most every 30 seconds. Verbosity and the component lists are read when one of the
 //          five flags has changed, and at no other time.
 // Fails    never: what cannot be read leaves tracing off, and nobody is told.

@@ -31,33 +31,48 @@ IUnknown* InterfaceOf(T* object) noexcept {
     return static_cast<Interface*>(object);
 }
 
+// How often an instance is referred to.
 struct CComMultiThreadModel {
-    static LONG Increment(std::atomic<LONG>& count) noexcept { return ++count; }
-    static LONG Decrement(std::atomic<LONG>& count) noexcept { return --count; }
+    class CCount {
+      public:
+        LONG Increment() noexcept { return ++m_count; }
+        LONG Decrement() noexcept { return --m_count; }
+        // For work that the object itself set going: false once the last reference is gone.
+        bool TryIncrement() noexcept {
+            LONG seen = m_count.load();
+            while (seen > 0) {
+                if (m_count.compare_exchange_weak(seen, seen + 1)) return true;
+            }
+            return false;
+        }
+        // Far from zero: what the end of an object hands out and takes back must not end it again.
+        void Condemn() noexcept { m_count = -0x3FFFFFFF; }
+
+      private:
+        std::atomic<LONG> m_count{0};
+    };
 };
 
-// What every class has: the count and the object's lock.
+// What every class has: the object's lock, and a hold on the instance as such, inside or outside an aggregate.
 template <class ThreadModel>
 class CComObjectRootEx {
   public:
+    using CCount = typename ThreadModel::CCount;
+
     HRESULT InitLock() noexcept { return m_lock.Init(); }
     HRESULT FinalConstruct() { return S_OK; }
     void FinalRelease() {}
+
+    // False when the end of the instance has begun. DropSelf may end it.
+    virtual bool TryHoldSelf() noexcept = 0;
+    virtual void DropSelf() noexcept = 0;
 
   protected:
     CComObjectRootEx() noexcept = default;
     ~CComObjectRootEx() = default;
 
-    LONG AddReference() noexcept { return ThreadModel::Increment(m_references); }
-    LONG DropReference() noexcept { return ThreadModel::Decrement(m_references); }
-    // Far from zero: what the end of an object hands out and takes back must not end it again.
-    void Condemn() noexcept { m_references = -0x3FFFFFFF; }
-
     // The object's one lock, recursive; the first in the module's lock order.
     CCriticalSection m_lock;
-
-  private:
-    std::atomic<LONG> m_references{0};
 };
 
 // Ties a class to its id.
@@ -86,7 +101,7 @@ class CComObject : public T {
   public:
     CComObject() { CComModule::Lock(); }
     virtual ~CComObject() {
-        this->Condemn();
+        m_references.Condemn();
         this->FinalRelease();
         CComModule::Unlock();
     }
@@ -96,29 +111,41 @@ class CComObject : public T {
         *object = nullptr;
         return FindInterface<T>(this, iid, object);
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(this->AddReference()); }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(m_references.Increment()); }
     STDMETHODIMP_(ULONG) Release() override {
-        const LONG left = this->DropReference();
+        const LONG left = m_references.Decrement();
         if (left == 0) delete this;
         return static_cast<ULONG>(left);
     }
+
+    bool TryHoldSelf() noexcept override { return m_references.TryIncrement(); }
+    void DropSelf() noexcept override { Release(); }
 
     // FinalConstruct may hand out and drop references, so the count is not 0 while it runs.
     HRESULT Construct() {
         HRESULT hr = this->InitLock();
         if (FAILED(hr)) return hr;
-        this->AddReference();
+        m_references.Increment();
         hr = Guarded([this] { return this->FinalConstruct(); });
-        this->DropReference();
+        m_references.Decrement();
         return hr;
     }
+
+  private:
+    typename T::CCount m_references;
 };
+
+template <class T>
+class CComAggObject;
 
 // The part of an aggregate that has the interfaces: its IUnknown is the outer object's.
 template <class T>
 class CComContainedObject : public T {
   public:
-    explicit CComContainedObject(IUnknown* outer) noexcept : m_outer(outer) {}
+    CComContainedObject(IUnknown* outer, CComAggObject<T>& holder) noexcept : m_outer(outer), m_holder(holder) {}
+
+    bool TryHoldSelf() noexcept override { return m_holder.TryAddRef(); }
+    void DropSelf() noexcept override { m_holder.Release(); }
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override { return m_outer->QueryInterface(iid, object); }
     STDMETHODIMP_(ULONG) AddRef() override { return m_outer->AddRef(); }
@@ -126,15 +153,16 @@ class CComContainedObject : public T {
 
   private:
     IUnknown* m_outer;  // not counted: the outer object owns this one
+    CComAggObject<T>& m_holder;
 };
 
 // An instance inside another object. Its own IUnknown and count serve the outer object alone.
 template <class T>
 class CComAggObject : public IUnknown {
   public:
-    explicit CComAggObject(IUnknown* outer) : m_contained(outer) { CComModule::Lock(); }
+    explicit CComAggObject(IUnknown* outer) : m_contained(outer, *this) { CComModule::Lock(); }
     virtual ~CComAggObject() {
-        m_references = -0x3FFFFFFF;
+        m_references.Condemn();
         m_contained.FinalRelease();
         CComModule::Unlock();
     }
@@ -149,9 +177,10 @@ class CComAggObject : public IUnknown {
         }
         return FindInterface<T>(&m_contained, iid, object);
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_references); }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(m_references.Increment()); }
+    bool TryAddRef() noexcept { return m_references.TryIncrement(); }
     STDMETHODIMP_(ULONG) Release() override {
-        const LONG left = --m_references;
+        const LONG left = m_references.Decrement();
         if (left == 0) delete this;
         return static_cast<ULONG>(left);
     }
@@ -164,7 +193,7 @@ class CComAggObject : public IUnknown {
 
   private:
     CComContainedObject<T> m_contained;
-    std::atomic<LONG> m_references{0};
+    typename T::CCount m_references;
 };
 
 // Finishes a new instance and asks it for the interface; deletes it if either fails.

@@ -1,7 +1,9 @@
 #include "module/RegistryKey.h"
 
+#include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "module/Library.h"
 
@@ -113,15 +115,37 @@ LONG CRegistryKey::DeleteSubkey(LPCWSTR name) noexcept {
 }
 
 LONG CRegistryKey::DeleteTree(LPCWSTR name) noexcept {
-    CRegistryKey subkey;
-    if (const LONG error = subkey.Open(m_key, name, KEY_READ | KEY_WRITE | m_view)) return error;
-    // Always index 0: each pass removes the first subkey, and one that cannot be removed ends the walk.
-    WCHAR child[256 + 1];
-    DWORD length = 256 + 1;
-    while (RegEnumKeyExW(subkey.Get(), 0, child, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
-        if (const LONG error = subkey.DeleteTree(child)) return error;
-        length = 256 + 1;
+    try {
+        return DeleteFromTheLeavesUp(name);
+    } catch (const std::bad_alloc&) {
+        return ERROR_NOT_ENOUGH_MEMORY;
     }
-    subkey.Close();
-    return DeleteSubkey(name);
+}
+
+// The keys on the way down lie on the heap: a tree may be deeper than the stack.
+LONG CRegistryKey::DeleteFromTheLeavesUp(LPCWSTR name) {
+    struct Level {
+        CRegistryKey key;
+        wstr name;  // in the level above
+    };
+    std::vector<Level> levels;
+    wstr next = name ? name : W("");
+    for (;;) {
+        CRegistryKey& parent = levels.empty() ? *this : levels.back().key;
+        CRegistryKey key;
+        if (const LONG error = key.Open(parent.m_key, next.c_str(), KEY_READ | KEY_WRITE | m_view)) return error;
+        levels.push_back({std::move(key), std::move(next)});
+        // Always index 0: each pass removes the first subkey, and one that cannot be removed ends the walk.
+        WCHAR child[kLongestKeyName + 1];
+        DWORD length = kLongestKeyName + 1;
+        while (RegEnumKeyExW(levels.back().key.m_key, 0, child, &length, nullptr, nullptr, nullptr, nullptr)) {
+            const wstr leaf = std::move(levels.back().name);
+            levels.pop_back();
+            CRegistryKey& above = levels.empty() ? *this : levels.back().key;
+            if (const LONG error = above.DeleteSubkey(leaf.c_str())) return error;
+            if (levels.empty()) return ERROR_SUCCESS;
+            length = kLongestKeyName + 1;
+        }
+        next = child;
+    }
 }

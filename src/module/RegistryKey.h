@@ -10,6 +10,9 @@
 
 #include "Platform.h"
 
+// The longest name of a key, in characters without the NUL.
+inline constexpr DWORD kLongestKeyName = 256;
+
 class CRegistryKey {
   public:
     CRegistryKey() noexcept = default;
@@ -44,6 +47,7 @@ class CRegistryKey {
 
   private:
     LONG Take(HKEY key, REGSAM access) noexcept;
+    LONG DeleteFromTheLeavesUp(LPCWSTR name);
 
     HKEY m_key = nullptr;
     REGSAM m_view = 0;  // the KEY_WOW64_* bits of the access with which the key was opened

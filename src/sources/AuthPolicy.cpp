@@ -8,12 +8,11 @@
 #include "diagnostics/TraceScope.h"
 #include "module/Failure.h"
 #include "module/RegistryKey.h"
+#include "module/ValueWalk.h"
 #include "store/PolicyKey.h"
 #include "store/PolicyNames.h"
 
 namespace {
-
-constexpr DWORD kSpare = 10;  // room beyond the longest name and value, which may have grown since they were measured
 
 wstr BitsPath(LPCWSTR name) {
     return wstr(W("AuthenticationPolicies\\")).append(name);
@@ -56,40 +55,22 @@ bool LoadList(HKEY root, LPCWSTR name, CPolicyValue& value, OVTraceNS::CTraceSco
 bool LoadBits(HKEY root, LPCWSTR name, CPolicyValue& value, OVTraceNS::CTraceScope& scope) {
     CRegistryKey key;
     if (key.Open(root, BitsPath(name).c_str(), KEY_READ)) return false;
-    DWORD count = 0;
-    DWORD longestName = 0;
-    DWORD longestValue = 0;
-    if (RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &longestName,
-                         &longestValue, nullptr, nullptr)) {
-        return false;
-    }
-    scope.Print("dwValueCount=%ld, dwMaxValNameLen=%ld, dwMaxValLen=%ld", count, longestName, longestValue);
-    if (count == 0) return false;
-    const DWORD nameRoom = longestName + kSpare;
-    const DWORD dataRoom = longestValue + kSpare;
-    const std::unique_ptr<WCHAR[]> valueName(new (std::nothrow) WCHAR[nameRoom]);
-    const std::unique_ptr<BYTE[]> data(new (std::nothrow) BYTE[dataRoom]);
-    if (!valueName || !data) throw _com_error(E_OUTOFMEMORY);
+    CValueWalk walk(key.Get());
+    if (walk.Measure()) return false;
+    scope.Print("dwValueCount=%ld, dwMaxValNameLen=%ld, dwMaxValLen=%ld", walk.Count(), walk.LongestName(),
+                walk.LongestData());
+    if (walk.Count() == 0) return false;
 
     DWORD mask = 0;
-    for (DWORD index = 0;; ++index) {
-        DWORD nameLength = nameRoom;
-        DWORD size = dataRoom;
-        DWORD type = REG_NONE;
-        const LONG error =
-            RegEnumValueW(key.Get(), index, valueName.get(), &nameLength, nullptr, &type, data.get(), &size);
-        if (error == ERROR_MORE_DATA) continue;  // it grew behind our back; the buffers hold nothing of it
-        if (error) break;
-        scope.Print("%ls", valueName.get());
-        if (type != REG_DWORD || size != sizeof(DWORD)) {
-            scope.Print("Unexpected type: %ld", type);
-            continue;
-        }
+    while (walk.Next()) {
+        scope.Print("%ls", walk.Name());
         DWORD bits = 0;
-        std::char_traits<char>::copy(reinterpret_cast<char*>(&bits), reinterpret_cast<const char*>(data.get()),
-                                     sizeof bits);
-        mask |= bits;
-        scope.Print("%ls = %ld", valueName.get(), bits);
+        if (walk.AsDword(bits)) {
+            mask |= bits;
+            scope.Print("%ls = %ld", walk.Name(), bits);
+        } else if (walk.Type() != REG_DWORD) {
+            scope.Print("Unexpected type: %ld", walk.Type());
+        }
     }
     value.SetNumber(OV_TYPE_DWORD, mask);
     return true;
@@ -171,6 +152,7 @@ HRESULT SaveAuthPolicyGPO(HKEY rootParent, LPCWSTR path, LPCWSTR name, const OV_
                 SaveNumber(rootParent, path, name, static_cast<DWORD>(value.data));
                 return S_OK;
             case OV_TYPE_ARRAY:
+                if (!value.items && value.data != 0) return E_INVALIDARG;
                 SaveList(rootParent, path, name, {value.items, static_cast<DWORD>(value.data)});
                 return S_OK;
             default:

@@ -27,6 +27,7 @@ STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
     return AtBoundary(scope, [&]() -> HRESULT {
         if (count != 0 && !records) return E_POINTER;
         CLockGuard lock(m_lock);
+        Initialize(true);
         for (DWORD i = 0; i < count; ++i) AnswerRecord(records[i]);
         return S_OK;
     });

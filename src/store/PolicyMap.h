@@ -18,6 +18,14 @@
 #include "store/PolicyNames.h"
 #include "store/PolicyValue.h"
 
+// One name in which two maps differ.
+struct PolicyDifference {
+    enum class Kind { kCreated, kDeleted, kChanged };
+    Kind kind;
+    std::string_view key;     // folded; orders the differences
+    const CPolicyItem* item;  // the earlier item, or the new one where there was none
+};
+
 class CPolicyMap {
   public:
     // False, and the new item is gone, when the name is there already.
@@ -33,6 +41,9 @@ class CPolicyMap {
 
     // The walk in key order, `rank` below Size(): the empty name first, then by upcased units.
     const CPolicyItem& At(std::size_t rank) const;
+
+    // What became of `before`, in key order. The differences point into both maps.
+    static std::vector<PolicyDifference> Differences(const CPolicyMap& before, const CPolicyMap& after);
 
   private:
     struct alignas(64) Entry {  // a cache line, with all that a hit reads
@@ -53,9 +64,11 @@ class CPolicyMap {
     std::string_view KeyOf(const Holder& holder) const noexcept {
         return {m_keys.data() + holder.keyStart, holder.keyLength};
     }
-    // The slot that holds the name, or the free one where it would go. The table must not be empty.
-    std::size_t SlotFor(const CFoldedName& name) const noexcept;
+    // The slot that holds the folded name, or the free one where it would go. The table must not be empty.
+    std::size_t SlotFor(std::string_view key, std::uint64_t hash) const noexcept;
     Slot SlotOf(std::uint64_t hash, std::uint32_t index) const noexcept;
+    // The entry with that key, tried first at the place where another map has it; null when there is none.
+    const Entry* EntryLike(std::string_view key, std::size_t likelyIndex) const noexcept;
     void GrowTable();
     void EnsureOrder() const;
 

@@ -161,29 +161,29 @@ void CPolicyValue::Clear() noexcept {
 }
 
 void CPolicyValue::Assign(const OV_SERVER_VALUE& source) {
-    Clear();
+    CPolicyValue built;  // first: the source may be a part of this very value
     switch (source.type) {
         case OV_TYPE_STRING:
-            SetString(OvServerValueText(source));
+            built.SetString(OvServerValueText(source));
             break;
         case OV_TYPE_BLOB:
-            SetBlob(source.items, static_cast<std::size_t>(source.data));
+            built.SetBlob(source.items, static_cast<std::size_t>(source.data));
             break;
         case OV_TYPE_ARRAY: {
-            CPolicyValue built;
             built.m_value.type = OV_TYPE_ARRAY;
-            for (DWORD i = 0; i < static_cast<DWORD>(source.data); ++i) {
+            const DWORD count = source.items ? static_cast<DWORD>(source.data) : 0;
+            for (DWORD i = 0; i < count; ++i) {
                 CPolicyValue element;
                 element.Assign(source.items[i]);
                 built.Append(element);
             }
-            *this = std::move(built);
             break;
         }
         default:
-            if (source.type <= kLastType) m_value = source;
+            if (source.type <= kLastType) built.m_value = source;
             break;
     }
+    *this = std::move(built);
 }
 
 void CPolicyValue::SetNumber(DWORD type, ULONGLONG data) noexcept {

@@ -4,6 +4,13 @@ std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcep
     static constexpr InterfaceEntry<CServerInfo> kMap[] = {
         {IID_IOVServerInfo2, &InterfaceOf<CServerInfo, IOVServerInfo2>},
         {IID_IOVServerInfo, &InterfaceOf<CServerInfo, IOVServerInfo>},
+        {IID_IOVServerInfoNotify, &InterfaceOf<CServerInfo, IOVServerInfoNotify>},
     };
     return kMap;
+}
+
+void CServerInfo::FinalRelease() noexcept {
+    OVTraceNS::CTraceScope scope("CServerInfo::FinalRelease", 0);
+    if (m_subscribed) Unsubscribe();
+    m_machineItems.Clear();
 }

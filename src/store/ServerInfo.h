@@ -11,15 +11,23 @@
 
 #include <orvantis/ServerInfo.h>
 
+#include <map>
+#include <memory>
 #include <span>
 
 #include "Platform.h"
 #include "module/ComFrame.h"
+#include "module/RegistryKey.h"
+#include "notify/NotificationSubscriber.h"
+#include "notify/PolicyRefresh.h"
+#include "store/LoadReport.h"
 #include "store/PolicyMap.h"
 
 class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
                     public CComCoClass<CServerInfo, &CLSID_ServerInfo>,
-                    public IOVServerInfo2 {
+                    public CGPNotifyImpl<CServerInfo>,
+                    public IOVServerInfo2,
+                    public IOVServerInfoNotify {
   public:
     static std::span<const InterfaceEntry<CServerInfo>> InterfaceMap() noexcept;
 
@@ -34,7 +42,38 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     STDMETHOD(DeleteItem)(LPCWSTR name) override;
     STDMETHOD(SetItem)(LPCWSTR name, const OV_SERVER_VALUE* value) override;
 
+    // Changes: notify/Subscribers.cpp. Described in the public header.
+    STDMETHOD(RegisterNotification)(LPCWSTR name, IOVInfoChangeCallback* callback, DWORD* cookie) override;
+    STDMETHOD(UnregisterNotification)(DWORD cookie) override;
+
+    // One refresh of `object`, on a thread of the wait pool: notify/Refresh.cpp.
+    static void GPOThreadProc(void* object) noexcept;
+
+    void FinalRelease() noexcept;
+
+    // For the tools of this tree, which tell what no interface does. Both take m_lock.
+    CLoadReport LastLoad() noexcept;
+    CPolicyMap ManagedItems();  // a copy
+
   protected:
+    // Load and compare: store/LoadCompare.cpp. Failures are raised.
+    void Initialize(bool load);
+    void LoadMachineAll(bool enterPolicySection);
+
+    // The machine's Group Policy: sources/GroupPolicy.cpp. The caller holds m_lock.
+    void InsertGPOValues(LPCWSTR szSubKey);  // relative to the root of the tree; null for the root itself
+    bool InsertGPOKey(const wstr& path, CRegistryKey& key);
+    void InsertAuthPolicyGPO(HKEY hKey, LPCWSTR name);
+
+    // Policy refresh: notify/Refresh.cpp. Subscribe is nonzero when the subscription stands.
+    BOOL Subscribe();
+    void Unsubscribe() noexcept;
+
+    // Deliveries: notify/Subscribers.cpp. NotifyLocalPolicyChange tells of one item that was written.
+    HRESULT NotifySubscriber(const CNotificationSubscriber& subscriber, const CPolicyMap& changes) noexcept;
+    void NotifyAllSubscribers();
+    HRESULT NotifyLocalPolicyChange(LPCWSTR name) noexcept;
+
     // Machine values: store/MachineValues.cpp. Both put the outcome into record.hr and return it: 0 from the store, 1
     // from a local key, else a failure. They raise nothing. The caller holds m_lock.
     HRESULT GetMachineValue(OV_SERVER_INFO_EX& record) noexcept;
@@ -42,9 +81,20 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
 
     // Guarded by m_lock.
     CPolicyMap m_machineItems;  // the store: what is managed, as of the last load
+    std::shared_ptr<const CPolicyMap> m_changedItems = std::make_shared<const CPolicyMap>();  // see ChangedItems
+    std::map<DWORD, CNotificationSubscriber> m_subscribers;                                   // by cookie
+    CLoadReport m_lastLoad;
+    bool m_initialized = false;  // Initialize has done its work
+    bool m_subscribed = false;   // the Group Policy subscription exists
+    bool m_terminating = false;  // no new subscribers
 
   private:
     friend struct StoreDoor;  // tests and benchmarks put items into the store through it
+
+    // What the last load changed, each name with the value from before. A delivery keeps its own while it lasts.
+    const std::shared_ptr<const CPolicyMap>& ChangedItems() const noexcept;
+    template <class Use>
+    void ForEachSubscriber(Use use);
 
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);

@@ -155,6 +155,8 @@ TEST_F(ItemQueries, WholeCallsFailOnlyForTheirArguments) {
     EXPECT_EQ(m_object->GetItemLong(W("A"), nullptr), E_INVALIDARG);
     EXPECT_EQ(m_object->GetItemString(nullptr, &text), E_INVALIDARG);
     EXPECT_EQ(m_object->GetItemString(W("A"), nullptr), E_INVALIDARG);
+    EXPECT_EQ(number, 0xEEEEu) << "a refused name leaves the answer alone";
+    EXPECT_EQ(text, reinterpret_cast<LPWSTR>(0xEEEE));
 }
 
 TEST_F(ItemQueries, SingleNamesInsistOnTheirType) {

@@ -1,4 +1,4 @@
-// A door into an object's store: until something loads it, tests put items there themselves.
+// A door into an object's store: tests put items there beside those of the sources.
 #pragma once
 
 #include "module/ComFrame.h"
@@ -6,6 +6,8 @@
 
 struct StoreDoor {
     static CPolicyMap& Items(CServerInfo& object) noexcept { return object.m_machineItems; }
+    // A load as a policy change brings it about, on this thread.
+    static void LoadAndNotify(CServerInfo& object) { CServerInfo::GPOThreadProc(&object); }
 };
 
 // One counted instance, made as the class object makes it.
@@ -19,8 +21,13 @@ class CTestInstance {
     CTestInstance(const CTestInstance&) = delete;
     CTestInstance& operator=(const CTestInstance&) = delete;
 
-    IOVServerInfo* operator->() const noexcept { return m_object; }
-    CPolicyMap& Items() const noexcept { return StoreDoor::Items(*m_object); }
+    CServerInfo* operator->() const noexcept { return m_object; }
+    CServerInfo& operator*() const noexcept { return *m_object; }
+    // Of a store that is loaded: the first query would clear what a test put there before.
+    CPolicyMap& Items() const noexcept {
+        m_object->GetInfo(0, nullptr);
+        return StoreDoor::Items(*m_object);
+    }
 
   private:
     CComObject<CServerInfo>* m_object;
