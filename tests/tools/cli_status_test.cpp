@@ -30,7 +30,9 @@ TEST_F(CliStatus, TheSample) {
     EXPECT_TRUE(std::filesystem::equivalent(module.parent_path(), std::filesystem::path(OV_SVINFO).parent_path()));
     EXPECT_EQ(answer["items"].dump(), R"({"local":27,"default":12})");
     EXPECT_EQ(answer["tracing"].dump(), R"({"on":false,"toFile":true,"verbosity":2,"path":null})");
-    EXPECT_TRUE(Done({"status"}).find("\nlocal items\t27\ndefaults\t12\ntracing\toff\n") != std::string::npos);
+    EXPECT_EQ(answer["lastSignal"], nullptr);
+    EXPECT_TRUE(Done({"status"}).find("\nlocal items\t27\ndefaults\t12\nlast load\tnumber 1, first-query, ") !=
+                std::string::npos);
 }
 
 TEST_F(CliStatus, TracingAsItIsSet) {

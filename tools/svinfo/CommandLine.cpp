@@ -19,9 +19,30 @@ const CVerb kVerbs[] = {
      "(managed,\n"
      "local, absent, error). Arrays have one mask a line. A/B/C means A\\B\\C where the whole name has no backslash.\n"
      "  --default        ask for the product's default alone\n"
-     "  --managed-only   a local value counts as absent\n",
+     "  --managed-only   a local value gives 1, and is not printed bare\n",
      DefineGet},
-    {"status", "", "root, hives, module, item counts, tracing", "", DefineStatus},
+    {"list", "[PREFIX] [--all]", "managed items in the order of their names",
+     "\nPREFIX is the beginning of names, in any case.\n"
+     "  --all   the local values and the defaults too, and with each item what it hides\n",
+     DefineList},
+    {"watch", "[FILTER...] [--once] [--timeout S]", "changes of the managed items as they come",
+     "\nShows time, item, what it was, what it is and where that comes from; with --json one object a line. A FILTER "
+     "is "
+     "an\n"
+     "item or a key, which passes all below it. Ends with 0 when something was seen, else with 1.\n"
+     "  --once        ends behind the first change, and those that came with it\n"
+     "  --timeout S   ends after S seconds\n",
+     DefineWatch},
+    {"status", "", "root, hives, module, items, the last load, tracing", "", DefineStatus},
+    {"gpupdate", "FILE... [--user NAME]", "applies Registry.pol files as the machine's or one user's policy",
+     "\nWhat the last application set is taken back first; all of it happens or nothing. Then every process that "
+     "watches "
+     "is\n"
+     "told. Of several FILEs later ones stand over earlier ones. Records outside of SOFTWARE\\Policies and "
+     "instructions\n"
+     "that are not known are passed over and told. A damaged FILE is told with the byte at which it breaks.\n"
+     "  --user NAME   the policy of that user: an account or a SID\n",
+     DefineGpupdate},
     {"reg import", "FILE", "reads a registration file, all of it or none",
      "\nWhat other registry tools skip in silence is told with its line and column, and skipped as well.\n",
      DefineRegImport},
@@ -60,6 +81,30 @@ struct CGlobalOptions {
     std::string color = "auto";
     bool help = false;
     COutputStyle style;
+};
+
+// The arguments of one verb, on its own parser. The parser would take an argument of its own kind ("{}") for no value
+// at all, so that optional ones are taken as they stand.
+class CParserArguments final : public CArguments {
+  public:
+    explicit CParserArguments(CLI::App& parser) noexcept : m_parser(parser) {}
+
+    void Required(const char* name, std::string& value) override { m_parser.add_option(name, value)->required(); }
+    void Required(const char* name, std::vector<std::string>& values) override {
+        m_parser.add_option(name, values)->required();
+    }
+    void Optional(const char* name, std::string& value) override { m_parser.add_option(name, value); }
+    void Optional(const char* name, std::optional<std::string>& value) override {
+        m_parser.add_option_function<std::string>(name, [&value](const std::string& given) { value = given; });
+    }
+    void Optional(const char* name, std::vector<std::string>& values) override { m_parser.add_option(name, values); }
+    void Flag(const char* name, bool& value) override { m_parser.add_flag(name, value); }
+    void Seconds(const char* name, double& value) override {
+        m_parser.add_option(name, value)->check(CLI::Range(0.001, 1e9));
+    }
+
+  private:
+    CLI::App& m_parser;
 };
 
 // One verb on the parser, and what it does.
@@ -113,7 +158,8 @@ CParser::CParser() {
     m_app.add_flag("-h,--help", m_options.help);
     for (const CVerb& verb : kVerbs) {
         CLI::App* parser = Define(verb);
-        m_verbs.push_back({&verb, parser, verb.define(*parser)});
+        CParserArguments arguments(*parser);
+        m_verbs.push_back({&verb, parser, verb.define(arguments)});
         for (CLI::Option* option : parser->get_options()) option->transform(UnmarkWhole);
     }
     for (CLI::Option* option : m_app.get_options()) option->transform(UnmarkWhole);

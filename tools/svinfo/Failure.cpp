@@ -30,6 +30,7 @@ const KnownResult kKnownResults[] = {
     {HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND), "the module lacks the export"},
     {HRESULT_FROM_WIN32(ERROR_BAD_PATHNAME), "the path is invalid"},
     {HRESULT_FROM_WIN32(ERROR_BUSY), "it is busy"},
+    {HRESULT_FROM_WIN32(ERROR_DIRECTORY), "it is a folder"},
     {HRESULT_FROM_WIN32(ERROR_MORE_DATA), "there is more data than fits"},
     {HRESULT_FROM_WIN32(ERROR_BADDB), "the registry is damaged"},
     {HRESULT_FROM_WIN32(ERROR_CANTOPEN), "the registry cannot be opened"},
@@ -60,6 +61,27 @@ std::string ResultText(HRESULT hr) {
     char code[16];
     std::snprintf(code, sizeof code, "0x%08X ", static_cast<unsigned>(hr));
     return std::string(code) + WordsOf(hr);
+}
+
+HRESULT ResultOfError(const std::error_code& error) {
+    const struct {
+        std::errc condition;
+        DWORD result;
+    } kKnown[] = {
+        {std::errc::permission_denied, ERROR_ACCESS_DENIED},
+        {std::errc::operation_not_permitted, ERROR_ACCESS_DENIED},
+        {std::errc::read_only_file_system, ERROR_ACCESS_DENIED},
+        {std::errc::no_such_file_or_directory, ERROR_PATH_NOT_FOUND},
+        {std::errc::not_a_directory, ERROR_PATH_NOT_FOUND},
+        {std::errc::is_a_directory, ERROR_DIRECTORY},
+        {std::errc::no_space_on_device, ERROR_DISK_FULL},
+        {std::errc::io_error, ERROR_WRITE_FAULT},
+        {std::errc::not_enough_memory, ERROR_NOT_ENOUGH_MEMORY},
+    };
+    for (const auto& known : kKnown) {
+        if (error == known.condition) return HRESULT_FROM_WIN32(known.result);
+    }
+    return HRESULT_FROM_WIN32(ERROR_GEN_FAILURE);
 }
 
 ExitCode ExitCodeOf(HRESULT hr) noexcept {

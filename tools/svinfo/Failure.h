@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 #include "Platform.h"
 
@@ -29,6 +30,9 @@ class CCommandFailure {
 
 // "0x80070005 access is denied"
 std::string ResultText(HRESULT hr);
+
+// The result that stands for an error of the C++ library's.
+HRESULT ResultOfError(const std::error_code& error);
 
 // The exit code that a failed call gives: 3 for a refusal, 1 for what is not there, 5 for all else.
 ExitCode ExitCodeOf(HRESULT hr) noexcept;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <system_error>
 
 #include "svinfo/Failure.h"
@@ -22,9 +23,13 @@ std::error_code LastStreamError() {
 }
 
 [[noreturn]] void FailWrite(const std::string& path, const std::error_code& error) {
-    const bool denied = error == std::errc::permission_denied || error == std::errc::read_only_file_system;
-    throw CCommandFailure(denied ? ExitCode::Denied : ExitCode::Failed,
-                          "write " + EscapeControls(path) + ": " + error.message());
+    throw FailureOf("write " + EscapeControls(path), ResultOfError(error));
+}
+
+[[noreturn]] void FailRead(const std::string& path, const std::error_code& error) {
+    const HRESULT hr = ResultOfError(error);
+    throw CCommandFailure(hr == E_ACCESSDENIED ? ExitCode::Denied : ExitCode::BadInput,
+                          EscapeControls(path) + ": cannot be read: " + ResultText(hr));
 }
 
 void WriteThrough(const fs::path& file, const std::string& shown, std::string_view bytes) {
@@ -35,13 +40,27 @@ void WriteThrough(const fs::path& file, const std::string& shown, std::string_vi
     if (!stream) FailWrite(shown, LastStreamError());
 }
 
-// Removes the file unless it was put in its place.
+// A file in a new folder of its own beside the target: nobody else can have put anything in its place, a link least of
+// all. Both go, the file unless it was moved.
 class CTemporaryFile {
   public:
-    explicit CTemporaryFile(fs::path path) : m_path(std::move(path)) {}
+    explicit CTemporaryFile(const fs::path& target, const std::string& shown) {
+        std::random_device random;
+        std::error_code error;
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            fs::path folder = target;
+            folder += "." + std::to_string(random()) + ".tmp";
+            if (fs::create_directory(folder, error)) {
+                m_path = folder / target.filename();
+                return;
+            }
+            if (error) break;
+        }
+        FailWrite(shown, error ? error : std::make_error_code(std::errc::file_exists));
+    }
     ~CTemporaryFile() {
         std::error_code ignored;
-        if (!m_path.empty()) fs::remove(m_path, ignored);
+        fs::remove_all(m_path.parent_path(), ignored);
     }
     CTemporaryFile(const CTemporaryFile&) = delete;
     CTemporaryFile& operator=(const CTemporaryFile&) = delete;
@@ -50,7 +69,6 @@ class CTemporaryFile {
     std::error_code MoveTo(const fs::path& target) {
         std::error_code error;
         fs::rename(m_path, target, error);
-        if (!error) m_path.clear();
         return error;
     }
 
@@ -61,20 +79,17 @@ class CTemporaryFile {
 }  // namespace
 
 std::string ReadWholeFile(const std::string& path) {
-    const auto fail = [&path](const std::error_code& error) {
-        throw CCommandFailure(ExitCode::BadInput, EscapeControls(path) + ": cannot be read: " + error.message());
-    };
     std::error_code ignored;
-    if (fs::is_directory(PathOf(path), ignored)) fail(std::make_error_code(std::errc::is_a_directory));
+    if (fs::is_directory(PathOf(path), ignored)) FailRead(path, std::make_error_code(std::errc::is_a_directory));
     errno = 0;
     std::ifstream stream(PathOf(path), std::ios::binary);
-    if (!stream) fail(LastStreamError());
+    if (!stream) FailRead(path, LastStreamError());
     std::string bytes;
     char block[1 << 16];
     while (stream.read(block, sizeof block) || stream.gcount() > 0) {
         bytes.append(block, static_cast<std::size_t>(stream.gcount()));
     }
-    if (stream.bad()) fail(LastStreamError());
+    if (stream.bad()) FailRead(path, LastStreamError());
     return bytes;
 }
 
@@ -88,9 +103,7 @@ void WriteWholeFile(const std::string& path, std::string_view bytes) {
         target = fs::canonical(target, error);
         if (error) FailWrite(path, error);
     }
-    fs::path beside = target;
-    beside += "." + std::to_string(GetCurrentProcessId()) + ".tmp";
-    CTemporaryFile temporary(beside);
+    CTemporaryFile temporary(target, path);
     WriteThrough(temporary.Path(), path, bytes);
     error.clear();
     if (fs::exists(status)) fs::permissions(temporary.Path(), status.permissions(), error);

@@ -49,3 +49,10 @@ CHost::CHost() : m_module(LoadServerInfoModule()) {
     if (FAILED(hr)) throw HostFailure("create the server info object", hr);
     m_info.reset(static_cast<IOVServerInfo*>(found));
 }
+
+void* CHost::QueryAny(REFIID iid) const {
+    void* found = nullptr;
+    const HRESULT hr = m_info->QueryInterface(iid, &found);
+    if (FAILED(hr)) throw HostFailure("ask the object for another interface", hr);
+    return found;
+}

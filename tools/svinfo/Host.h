@@ -28,8 +28,15 @@ class CHost {
   public:
     CHost();
     IOVServerInfo& Info() const noexcept { return *m_info; }
+    // Another interface of the same object. Throws CCommandFailure.
+    template <class Interface>
+    CInterface<Interface> Query(REFIID iid) const {
+        return CInterface<Interface>(static_cast<Interface*>(QueryAny(iid)));
+    }
 
   private:
+    void* QueryAny(REFIID iid) const;
+
     CModuleHandle m_module;
     CInterface<IOVServerInfo> m_info;
 };

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "store/PolicyValue.h"
 #include "svinfo/Failure.h"
 #include "svinfo/Text.h"
 
@@ -55,6 +56,14 @@ void CItem::Take(const OV_SERVER_INFO_EX& record) noexcept {
     m_result = record.hr;
     // A record that failed may name a type, but owns nothing.
     if (SUCCEEDED(record.hr)) m_value = record.value;
+}
+
+void CItem::Copy(const OV_SERVER_VALUE& value, HRESULT result) {
+    CPolicyItem item;
+    item.value.Assign(value);
+    OvFreeServerValue(std::exchange(m_value, {}));
+    m_result = FAILED(result) ? result : CopyValueOut(item, m_value);
+    if (SUCCEEDED(m_result)) m_result = result;
 }
 
 ItemState CItem::State() const noexcept {

@@ -30,6 +30,8 @@ class CItem {
 
     // Takes over an answered record.
     void Take(const OV_SERVER_INFO_EX& record) noexcept;
+    // Takes a copy of a value, as the record of that result has it.
+    void Copy(const OV_SERVER_VALUE& value, HRESULT result);
 
   private:
     wstr m_name;

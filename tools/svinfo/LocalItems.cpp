@@ -2,21 +2,17 @@
 
 #include <set>
 
+#include "diagnostics/TraceScope.h"
+#include "sources/AuthPolicy.h"
+#include "store/PolicyKey.h"
 #include "store/PolicyNames.h"
 #include "svinfo/RegTree.h"
 
 namespace {
 
-constexpr wstr_view kLocalKey = W("SOFTWARE\\Orvantis\\Policies");
-constexpr wstr_view kDefaultKey = W("SOFTWARE\\Orvantis\\Policies\\Default");
 constexpr wstr_view kBitPolicies = W("AuthenticationPolicies");
 
-struct NameLess {
-    bool operator()(const wstr& a, const wstr& b) const noexcept {
-        return CompareNames(wstr_view(a), wstr_view(b)) < 0;
-    }
-};
-using CNames = std::set<wstr, NameLess>;
+using CNames = std::set<wstr, CNameLess>;
 
 // "A\B" of "A\B\C" under "A"; nothing when `path` is not below `parent`.
 wstr_view Below(wstr_view path, wstr_view parent) noexcept {
@@ -48,7 +44,32 @@ void AddItems(CNames& names, wstr_view level, wstr_view except) {
 
 std::vector<wstr> LocalItemNames(LocalLevel level) {
     CNames names;
-    if (level != LocalLevel::Default) AddItems(names, kLocalKey, kDefaultKey);
-    if (level != LocalLevel::Local) AddItems(names, kDefaultKey, {});
+    if (level != LocalLevel::Default) AddItems(names, kLocalPolicyKey, kDefaultPolicyKey);
+    if (level != LocalLevel::Local) AddItems(names, kDefaultPolicyKey, {});
     return {names.begin(), names.end()};
+}
+
+LPCWSTR LocalLevelKey(LocalLevel level) noexcept {
+    return level == LocalLevel::Default ? kDefaultPolicyKey : kLocalPolicyKey;
+}
+
+std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name) {
+    CPolicyValue value;
+    if (IsAuthPolicyName(name.c_str()) &&
+        SUCCEEDED(ReadAuthPolicyFromKey(HKEY_LOCAL_MACHINE, LocalLevelKey(level), name.c_str(), value))) {
+        return value;
+    }
+    OVTraceNS::CTraceScope scope("svinfo", 0);
+    CRegistryKey key;
+    LPCWSTR leaf = name.c_str();
+    if (OpenPolicyKey(key, HKEY_LOCAL_MACHINE, LocalLevelKey(level), leaf, true)) return std::nullopt;
+    OV_SERVER_VALUE read = {};
+    if (FAILED(ReadPlainValue(key, leaf, name.c_str(), read, scope))) return std::nullopt;
+    value.Assign(read);
+    OvFreeServerValue(read);
+    return value;
+}
+
+bool CNameLess::operator()(const wstr& a, const wstr& b) const noexcept {
+    return CompareNames(wstr_view(a), wstr_view(b)) < 0;
 }

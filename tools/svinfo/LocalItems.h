@@ -1,12 +1,25 @@
 // The items of the local keys, by name, as the registry holds them.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "Platform.h"
+#include "store/PolicyValue.h"
 
 enum class LocalLevel { Local, Default, Both };
 
 // Each name once, in the order of names. An authentication policy counts as one item in whichever of its forms it
 // stands, under its short name. Empty where the key does not exist. Throws CCommandFailure when the registry fails.
 std::vector<wstr> LocalItemNames(LocalLevel level);
+
+// The key of one level, LocalLevel::Local or LocalLevel::Default, below HKEY_LOCAL_MACHINE.
+LPCWSTR LocalLevelKey(LocalLevel level) noexcept;
+
+// What one level holds under that name, whatever stronger levels say. Nothing for what the component would pass over.
+std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name);
+
+// Orders names as the store does.
+struct CNameLess {
+    bool operator()(const wstr& a, const wstr& b) const noexcept;
+};

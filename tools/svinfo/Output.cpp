@@ -43,7 +43,7 @@ void AppendRow(std::string& out, const std::vector<CCell>& row, const std::vecto
         if (widths.empty()) {
             out += '\t';
         } else {
-            out.append(widths[i] + kGap - CharacterCount(text), ' ');
+            out.append(widths[i] + kGap - ColumnCount(text), ' ');
         }
     }
     while (!widths.empty() && out.ends_with(' ')) out.pop_back();
@@ -58,11 +58,11 @@ std::string FormatTable(const CTable& table, bool aligned, bool color) {
     if (aligned) {
         for (const std::string& title : table.header) {
             header.push_back({title, Tone::Strong});
-            widths.push_back(CharacterCount(title));
+            widths.push_back(ColumnCount(title));
         }
         for (const std::vector<CCell>& row : table.rows) {
             for (std::size_t i = 0; i < row.size(); ++i) {
-                widths[i] = std::max(widths[i], CharacterCount(EscapeControls(row[i].text)));
+                widths[i] = std::max(widths[i], ColumnCount(EscapeControls(row[i].text)));
             }
         }
     }
@@ -110,5 +110,5 @@ void COutput::Finish() {
     errno = 0;
     if (std::fflush(m_data) == 0 && !std::ferror(m_data)) return;
     const std::error_code error(errno != 0 ? errno : EIO, std::generic_category());
-    throw CCommandFailure(ExitCode::Failed, "write to standard output: " + error.message());
+    throw CCommandFailure(ExitCode::Failed, "write to standard output: " + ResultText(ResultOfError(error)));
 }

@@ -1,11 +1,11 @@
 // Registration entries: the text files that registry editors write and read.
 //
 // Shape    a header line, then key lines in brackets, each with the value lines that belong to it. The reader takes
-// what
-//          the field's tools take, and what they skip in silence it notes with its place and skips as well.
+//          what the field's tools take, and what they skip in silence it notes with its place and skips as well.
 // Text     UTF-16 with its mark, UTF-8 with or without one, and code page 1252 under the headers of version 4 and
-// below. Fails    a file that is none (header, encoding) raises CBadRegFile and gives nothing. Threads  pure functions
-// of their arguments.
+//          below.
+// Fails    a file that is none (header, encoding) raises CBadRegFile and gives nothing.
+// Threads  pure functions of their arguments.
 #pragma once
 
 #include <string>

@@ -176,6 +176,28 @@ std::size_t CharacterCount(std::string_view utf8) noexcept {
     return count;
 }
 
+std::size_t ColumnCount(std::string_view utf8) noexcept {
+    // Unicode, East Asian Width W and F, and the combining marks and joiners, by their blocks.
+    struct Range {
+        std::uint32_t first, last;
+        std::size_t columns;
+    };
+    static constexpr Range kRanges[] = {
+        {0x0300, 0x036F, 0}, {0x1100, 0x115F, 2}, {0x200B, 0x200F, 0},   {0x20D0, 0x20FF, 0},  {0x2E80, 0xA4CF, 2},
+        {0xAC00, 0xD7A3, 2}, {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE20, 0xFE2F, 0},  {0xFE30, 0xFE6F, 2},
+        {0xFF00, 0xFF60, 2}, {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1FAFF, 2}, {0x20000, 0x3FFFD, 2}};
+    std::size_t columns = 0;
+    for (std::size_t at = 0; at < utf8.size();) {
+        const std::optional<std::uint32_t> point = NextCodePoint(utf8, at);
+        if (!point) ++at;
+        const auto range = std::find_if(std::begin(kRanges), std::end(kRanges), [&](const Range& candidate) {
+            return point && *point >= candidate.first && *point <= candidate.last;
+        });
+        columns += range == std::end(kRanges) ? 1 : range->columns;
+    }
+    return columns;
+}
+
 std::size_t CharacterCount(wstr_view text) noexcept {
     std::size_t count = 0;
     for (const WCHAR unit : text) count += !IsLowSurrogate(unit);
@@ -198,4 +220,11 @@ std::string HexText(const BYTE* data, std::size_t size) {
         out += kDigits[data[i] & 15];
     }
     return out;
+}
+
+std::string TimeText(const SYSTEMTIME& time) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", time.wYear, time.wMonth, time.wDay,
+                  time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+    return text;
 }

@@ -27,7 +27,9 @@ std::string EscapeControls(std::string_view text);
 std::string Quoted(wstr_view text);
 std::string Quoted(std::string_view text);
 
-// How many characters the text takes on a terminal, one for each code point.
+// How many columns the text takes on a terminal.
+std::size_t ColumnCount(std::string_view utf8) noexcept;
+// How many characters it has, one for each code point: for messages.
 std::size_t CharacterCount(std::string_view utf8) noexcept;
 std::size_t CharacterCount(wstr_view text) noexcept;
 
@@ -36,3 +38,6 @@ int HexDigit(WCHAR unit) noexcept;
 
 // Bytes as two hexadecimal digits each, lower case.
 std::string HexText(const BYTE* data, std::size_t size);
+
+// "2026-11-23 14:05:09.120"
+std::string TimeText(const SYSTEMTIME& time);

@@ -4,12 +4,9 @@
 #include <functional>
 #include <span>
 
+#include "svinfo/Arguments.h"
 #include "svinfo/Failure.h"
 #include "svinfo/Output.h"
-
-namespace CLI {
-class App;
-}
 
 // What a verb does once its arguments are read. Fails by CCommandFailure.
 using CAction = std::function<ExitCode(COutput&)>;
@@ -19,22 +16,25 @@ struct CVerb {
     const char* arguments;  // as help shows them
     const char* summary;    // one line
     const char* details;    // what help VERB adds, in whole lines
-    // Declares the verb's arguments on its own parser, and gives what to do with them.
-    CAction (*define)(CLI::App& parser);
+    // Declares the verb's arguments and gives what to do with them.
+    CAction (*define)(CArguments& arguments);
 };
 
 // All verbs that work, in the order of help.
 std::span<const CVerb> Verbs() noexcept;
 
-CAction DefineGet(CLI::App& parser);
-CAction DefineStatus(CLI::App& parser);
-CAction DefineRegImport(CLI::App& parser);
-CAction DefineRegExport(CLI::App& parser);
-CAction DefineRegQuery(CLI::App& parser);
-CAction DefineRegAdd(CLI::App& parser);
-CAction DefineRegDelete(CLI::App& parser);
-CAction DefineHelp(CLI::App& parser);
-CAction DefineVersion(CLI::App& parser);
+CAction DefineGet(CArguments& arguments);
+CAction DefineList(CArguments& arguments);
+CAction DefineWatch(CArguments& arguments);
+CAction DefineStatus(CArguments& arguments);
+CAction DefineGpupdate(CArguments& arguments);
+CAction DefineRegImport(CArguments& arguments);
+CAction DefineRegExport(CArguments& arguments);
+CAction DefineRegQuery(CArguments& arguments);
+CAction DefineRegAdd(CArguments& arguments);
+CAction DefineRegDelete(CArguments& arguments);
+CAction DefineHelp(CArguments& arguments);
+CAction DefineVersion(CArguments& arguments);
 
 // The page of one verb, of a family ("reg"), or of all for no name; nothing for an unknown one.
 std::string HelpText(const std::string& verb);

@@ -1,8 +1,8 @@
 // get: values as the component answers them.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "store/PolicyNames.h"
 #include "svinfo/Host.h"
@@ -50,9 +50,9 @@ CTable TableOf(const std::vector<CItem>& items) {
 }
 
 // A value that no item can be is passed over by the component like one that is not there.
-std::string Hint(const CItem& item, const CGetOptions& options) {
+std::string Hint(const CItem& item, const std::vector<wstr>& names) {
     std::vector<std::string> known;
-    for (const wstr& name : LocalItemNames(options.defaultOnly ? LocalLevel::Default : LocalLevel::Both)) {
+    for (const wstr& name : names) {
         if (CompareNames(wstr_view(name), wstr_view(item.Name())) == 0) {
             return "; what the registry holds under this name is of a wrong type or damaged";
         }
@@ -62,14 +62,14 @@ std::string Hint(const CItem& item, const CGetOptions& options) {
 }
 
 // Why there is no value: for every item without one, and for the local ones that were not wanted.
-void TellMissing(COutput& output, const CItem& item, const CGetOptions& options) {
+void TellMissing(COutput& output, const CItem& item, const std::vector<wstr>& known) {
     std::string line = "svinfo: " + EscapeControls(ToUtf8(item.Name())) + ": ";
     if (SUCCEEDED(item.Result())) {
         output.Problem(line + "only a local value");
         return;
     }
     line += ResultText(item.Result());
-    if (item.State() == ItemState::Absent) line += Hint(item, options);
+    if (item.State() == ItemState::Absent) line += Hint(item, known);
     output.Problem(line);
 }
 
@@ -90,20 +90,30 @@ ExitCode Get(const CGetOptions& options, COutput& output) {
     }
 
     ExitCode worst = ExitCode::Ok;
-    for (const CItem& item : items) {
-        const ExitCode code = ExitCodeOf(item, options.managedOnly);
-        if (code != ExitCode::Ok) TellMissing(output, item, options);
-        worst = std::max(worst, code);
+    for (const CItem& item : items) worst = std::max(worst, ExitCodeOf(item, options.managedOnly));
+    if (worst == ExitCode::Ok) return worst;
+
+    // To the component a registry that cannot be read holds nothing. Here that is no answer.
+    std::vector<wstr> known;
+    std::optional<CCommandFailure> unreadable;
+    try {
+        known = LocalItemNames(options.defaultOnly ? LocalLevel::Default : LocalLevel::Both);
+    } catch (const CCommandFailure& failure) {
+        unreadable = failure;
     }
+    for (const CItem& item : items) {
+        if (ExitCodeOf(item, options.managedOnly) != ExitCode::Ok) TellMissing(output, item, known);
+    }
+    if (unreadable) throw *unreadable;
     return worst;
 }
 
 }  // namespace
 
-CAction DefineGet(CLI::App& parser) {
+CAction DefineGet(CArguments& arguments) {
     const auto options = std::make_shared<CGetOptions>();
-    parser.add_option("NAME", options->names)->required();
-    CLI::Option* defaultOnly = parser.add_flag("--default", options->defaultOnly);
-    parser.add_flag("--managed-only", options->managedOnly)->excludes(defaultOnly);
+    arguments.Required("NAME", options->names);
+    arguments.Flag("--default", options->defaultOnly);
+    arguments.Flag("--managed-only", options->managedOnly);
     return [options](COutput& output) { return Get(*options, output); };
 }

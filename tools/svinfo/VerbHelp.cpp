@@ -1,5 +1,4 @@
 // help and version.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -13,11 +12,12 @@ namespace {
 constexpr const char* kOptions =
     "Options, before or behind the verb:\n"
     "  --root DIR                  work on the computer whose state lies in DIR, instead of $OV_ROOT or\n"
-    "                              /var/lib/orvantis\n"
+    "                              this computer's own\n"
     "  --json                      one JSON object instead of text\n"
     "  --color auto|always|never   colors; auto heeds NO_COLOR and asks whether the output is a terminal\n"
     "  -q                          no summaries, only data and what went wrong\n"
     "  -v                          more: get prints its table for a single name, too\n"
+    "  -h, --help                  this page, or that of the verb\n"
     "  --                          what follows is no option, whatever it looks like\n";
 
 constexpr const char* kExitCodes =
@@ -65,7 +65,13 @@ ExitCode Help(const std::vector<std::string>& words, COutput& output) {
         for (const CVerb& known : Verbs()) names.emplace_back(known.name);
         throw CCommandFailure(ExitCode::Usage, "help: unknown verb " + Quoted(verb) + Suggestion(verb, names));
     }
-    output.Bytes(text);
+    if (output.Style().json) {
+        json answer = JsonAnswer();
+        answer["help"] = text;
+        output.Json(answer);
+    } else {
+        output.Bytes(text);
+    }
     return ExitCode::Ok;
 }
 
@@ -97,12 +103,12 @@ std::string HelpText(const std::string& name) {
     return text;
 }
 
-CAction DefineHelp(CLI::App& parser) {
+CAction DefineHelp(CArguments& arguments) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    parser.add_option("VERB", *words)->expected(0, 2);
+    arguments.Optional("VERB", *words);
     return [words](COutput& output) { return Help(*words, output); };
 }
 
-CAction DefineVersion(CLI::App&) {
+CAction DefineVersion(CArguments&) {
     return [](COutput& output) { return Version(output); };
 }

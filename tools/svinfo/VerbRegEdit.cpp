@@ -1,6 +1,6 @@
 // reg add and reg delete: one value, or one key with all below it.
-#include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "module/RegistryKey.h"
 #include "svinfo/RegBatch.h"
@@ -19,8 +19,7 @@ struct CAddOptions {
 
 struct CDeleteOptions {
     std::string key;
-    std::string value;
-    bool hasValue = false;
+    std::optional<std::string> value;
 };
 
 // Runs `write` as one transaction. A key that is created on the way to a refused value is no trace to leave.
@@ -33,7 +32,17 @@ void WriteTogether(const std::string& operation, Write&& write) {
     if (error) throw RegistryFailureOf(operation, error);
 }
 
-ExitCode Add(const CAddOptions& options) {
+// Says which key, or which of its values, was written or deleted.
+ExitCode Done(COutput& output, const CRegPath& path, const wstr* name) {
+    if (!output.Style().json) return ExitCode::Ok;
+    json answer = JsonAnswer();
+    answer["key"] = ToUtf8(path.Full());
+    answer["name"] = name ? json(ToUtf8(*name)) : json(nullptr);
+    output.Json(answer);
+    return ExitCode::Ok;
+}
+
+ExitCode Add(const CAddOptions& options, COutput& output) {
     const CRegPath path = KeyArgument(options.key);
     const wstr name = ValueArgument(options.value);
     const DWORD type = RegTypeArgument(options.type);
@@ -46,19 +55,19 @@ ExitCode Add(const CAddOptions& options) {
         }
         return RegSetValueExW(key.Get(), name.c_str(), 0, type, data.data(), static_cast<DWORD>(data.size()));
     });
-    return ExitCode::Ok;
+    return Done(output, path, &name);
 }
 
-ExitCode Delete(const CDeleteOptions& options) {
+ExitCode Delete(const CDeleteOptions& options, COutput& output) {
     const CRegPath path = KeyArgument(options.key);
     CRegistryKey key;
-    if (options.hasValue) {
-        const wstr name = ValueArgument(options.value);
+    if (options.value) {
+        const wstr name = ValueArgument(*options.value);
         WriteTogether("delete " + ValueText(path, name), [&]() -> LSTATUS {
             const LSTATUS error = key.Open(path.root->key, path.below.c_str(), KEY_SET_VALUE);
             return error ? error : RegDeleteValueW(key.Get(), name.c_str());
         });
-        return ExitCode::Ok;
+        return Done(output, path, &name);
     }
     if (path.below.empty()) {
         throw CCommandFailure(ExitCode::Usage,
@@ -68,26 +77,23 @@ ExitCode Delete(const CDeleteOptions& options) {
         const LSTATUS error = key.Open(path.root->key, W(""), KEY_READ);
         return error ? error : key.DeleteTree(path.below.c_str());
     });
-    return ExitCode::Ok;
+    return Done(output, path, nullptr);
 }
 
 }  // namespace
 
-CAction DefineRegAdd(CLI::App& parser) {
+CAction DefineRegAdd(CArguments& arguments) {
     const auto options = std::make_shared<CAddOptions>();
-    parser.add_option("KEY", options->key)->required();
-    parser.add_option("VALUE", options->value)->required();
-    parser.add_option("TYPE", options->type)->required();
-    parser.add_option("DATA", options->data)->required();
-    return [options](COutput&) { return Add(*options); };
+    arguments.Required("KEY", options->key);
+    arguments.Required("VALUE", options->value);
+    arguments.Required("TYPE", options->type);
+    arguments.Required("DATA", options->data);
+    return [options](COutput& output) { return Add(*options, output); };
 }
 
-CAction DefineRegDelete(CLI::App& parser) {
+CAction DefineRegDelete(CArguments& arguments) {
     const auto options = std::make_shared<CDeleteOptions>();
-    parser.add_option("KEY", options->key)->required();
-    const CLI::Option* value = parser.add_option("VALUE", options->value);
-    return [options, value](COutput&) {
-        options->hasValue = value->count() > 0;
-        return Delete(*options);
-    };
+    arguments.Required("KEY", options->key);
+    arguments.Optional("VALUE", options->value);
+    return [options](COutput& output) { return Delete(*options, output); };
 }

@@ -1,5 +1,4 @@
 // reg export: a key with all below it, as a registration file.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -52,9 +51,9 @@ ExitCode Export(const CExportOptions& options, COutput& output) {
 
 }  // namespace
 
-CAction DefineRegExport(CLI::App& parser) {
+CAction DefineRegExport(CArguments& arguments) {
     const auto options = std::make_shared<CExportOptions>();
-    parser.add_option("KEY", options->key)->required();
-    parser.add_option("FILE", options->file);
+    arguments.Required("KEY", options->key);
+    arguments.Optional("FILE", options->file);
     return [options](COutput& output) { return Export(*options, output); };
 }

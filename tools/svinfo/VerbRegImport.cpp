@@ -1,5 +1,4 @@
 // reg import: a registration file, all of it or none.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -124,8 +123,8 @@ ExitCode Import(const std::string& path, COutput& output) {
 
 }  // namespace
 
-CAction DefineRegImport(CLI::App& parser) {
+CAction DefineRegImport(CArguments& arguments) {
     const auto file = std::make_shared<std::string>();
-    parser.add_option("FILE", *file)->required();
+    arguments.Required("FILE", *file);
     return [file](COutput& output) { return Import(*file, output); };
 }

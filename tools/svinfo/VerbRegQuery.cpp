@@ -1,5 +1,4 @@
 // reg query: one key, or one value of it.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -12,13 +11,12 @@ namespace {
 
 struct CQueryOptions {
     std::string key;
-    std::string value;
-    bool hasValue = false;
+    std::optional<std::string> value;
 };
 
 CRegKeyContent Content(const CRegPath& key, const CQueryOptions& options) {
-    if (!options.hasValue) return ReadRegKey(key);
-    const wstr name = ValueArgument(options.value);
+    if (!options.value) return ReadRegKey(key);
+    const wstr name = ValueArgument(*options.value);
     std::optional<CRegEntry> entry = ReadRegValue(key, name);
     if (!entry) throw RegistryFailureOf("read " + ValueText(key, name), ERROR_FILE_NOT_FOUND);
     CRegKeyContent content;
@@ -34,7 +32,7 @@ ExitCode Query(const CQueryOptions& options, COutput& output) {
         answer["key"] = ToUtf8(key.Full());
         answer["values"] = json::array();
         for (const CRegEntry& entry : content.entries) answer["values"].push_back(RegEntryJson(entry));
-        if (!options.hasValue) {
+        if (!options.value) {
             answer["keys"] = json::array();
             for (const wstr& name : content.subkeys) answer["keys"].push_back(ToUtf8(name));
         }
@@ -56,12 +54,9 @@ ExitCode Query(const CQueryOptions& options, COutput& output) {
 
 }  // namespace
 
-CAction DefineRegQuery(CLI::App& parser) {
+CAction DefineRegQuery(CArguments& arguments) {
     const auto options = std::make_shared<CQueryOptions>();
-    parser.add_option("KEY", options->key)->required();
-    const CLI::Option* value = parser.add_option("VALUE", options->value);
-    return [options, value](COutput& output) {
-        options->hasValue = value->count() > 0;
-        return Query(*options, output);
-    };
+    arguments.Required("KEY", options->key);
+    arguments.Optional("VALUE", options->value);
+    return [options](COutput& output) { return Query(*options, output); };
 }

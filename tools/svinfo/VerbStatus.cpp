@@ -1,5 +1,4 @@
 // status: what this computer's provider stands on, as it is found now.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -9,6 +8,7 @@
 #include "module/RegistryKey.h"
 #include "svinfo/Host.h"
 #include "svinfo/LocalItems.h"
+#include "svinfo/StoreView.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"
 
@@ -30,12 +30,15 @@ struct CTracing {
 
 struct CStatus {
     std::string root;
-    bool rootExists = false;
+    const char* rootFault = nullptr;  // what is wrong with it
     std::vector<CHive> hives;
-    std::string module;         // empty when it cannot be loaded
-    std::string moduleFailure;  // why
+    std::string module;  // empty when it cannot be loaded
+    std::vector<std::string> failures;
+    bool readable = false;  // the registry; without it the counts tell nothing
     std::size_t localItems = 0;
     std::size_t defaults = 0;
+    CLoadReport lastLoad;
+    std::string lastSignal;  // empty when there was none, or the home does not tell
     CTracing tracing;
 };
 
@@ -99,27 +102,58 @@ CStatus ReadStatus() {
     status.root = OvRoot();
     const fs::path root(std::u8string(status.root.begin(), status.root.end()));
     std::error_code error;
-    status.rootExists = fs::is_directory(root, error);
+    if (!fs::is_directory(root, error)) status.rootFault = fs::exists(root, error) ? "not a folder" : "does not exist";
     status.hives = FindHives(root);
     try {
         status.module = ToUtf8(ModulePath(LoadServerInfoModule().get()));
     } catch (const CCommandFailure& failure) {
-        status.moduleFailure = failure.Line();
+        status.failures.push_back(failure.Line());
     }
-    status.localItems = LocalItemNames(LocalLevel::Local).size();
-    status.defaults = LocalItemNames(LocalLevel::Default).size();
+    try {
+        status.localItems = LocalItemNames(LocalLevel::Local).size();
+        status.defaults = LocalItemNames(LocalLevel::Default).size();
+        status.readable = true;
+    } catch (const CCommandFailure& failure) {
+        status.failures.push_back(failure.Line());
+    }
+    status.lastLoad = CStoreView().LastLoad();
+    SYSTEMTIME signalled;
+    if (OvLastPolicySignal(TRUE, &signalled)) status.lastSignal = TimeText(signalled);
     status.tracing = ReadTracing();
     return status;
+}
+
+const char* CauseName(LoadCause cause) noexcept {
+    switch (cause) {
+        case LoadCause::kFirstQuery:
+            return "first-query";
+        case LoadCause::kPolicyChange:
+            return "policy-change";
+        case LoadCause::kNone:
+            break;
+    }
+    return "none";
 }
 
 json StatusJson(const CStatus& status) {
     json answer = JsonAnswer();
     answer["version"] = kVersion;
-    answer["root"] = {{"path", status.root}, {"exists", status.rootExists}};
+    answer["root"] = {{"path", status.root}, {"exists", !status.rootFault}};
     answer["hives"] = json::array();
     for (const CHive& hive : status.hives) answer["hives"].push_back({{"file", hive.file}, {"bytes", hive.bytes}});
     answer["module"] = status.module.empty() ? json(nullptr) : json(status.module);
-    answer["items"] = {{"local", status.localItems}, {"default", status.defaults}};
+    const auto count = [&status](std::size_t items) { return status.readable ? json(items) : json(nullptr); };
+    answer["items"] = {{"local", count(status.localItems)}, {"default", count(status.defaults)}};
+    const CLoadReport& load = status.lastLoad;
+    answer["lastLoad"] = {{"number", load.number},
+                          {"time", TimeText(load.begun)},
+                          {"cause", CauseName(load.cause)},
+                          {"milliseconds", load.milliseconds},
+                          {"items", load.items},
+                          {"created", load.created},
+                          {"deleted", load.deleted},
+                          {"changed", load.changed}};
+    answer["lastSignal"] = status.lastSignal.empty() ? json(nullptr) : json(status.lastSignal);
     answer["tracing"] = {{"on", status.tracing.on},
                          {"toFile", status.tracing.toFile},
                          {"verbosity", status.tracing.verbosity},
@@ -133,19 +167,29 @@ std::string TracingText(const CTracing& tracing) {
            std::to_string(tracing.verbosity) + (tracing.path.empty() ? "" : ", " + tracing.path);
 }
 
+std::string LoadText(const CLoadReport& load) {
+    return "number " + std::to_string(load.number) + ", " + CauseName(load.cause) + ", " + TimeText(load.begun) + ", " +
+           std::to_string(load.milliseconds) + " ms: " + std::to_string(load.items) + " items, " +
+           std::to_string(load.created) + " created, " + std::to_string(load.deleted) + " deleted, " +
+           std::to_string(load.changed) + " changed";
+}
+
 CTable StatusTable(const CStatus& status) {
     CTable table{{"WHAT", "IS"}, {}};
     const auto add = [&table](std::string what, std::string is, Tone tone = Tone::Plain) {
         table.rows.push_back({{std::move(what), Tone::Plain}, {std::move(is), tone}});
     };
     add("version", kVersion);
-    add("root", status.root + (status.rootExists ? "" : " (does not exist)"),
-        status.rootExists ? Tone::Plain : Tone::Notice);
+    const std::string fault = status.rootFault ? std::string(" (") + status.rootFault + ")" : std::string();
+    add("root", status.root + fault, fault.empty() ? Tone::Plain : Tone::Notice);
     for (const CHive& hive : status.hives) add("hive " + hive.file, std::to_string(hive.bytes) + " bytes");
     add("module", status.module.empty() ? "not loaded" : status.module,
         status.module.empty() ? Tone::Bad : Tone::Plain);
-    add("local items", std::to_string(status.localItems));
-    add("defaults", std::to_string(status.defaults));
+    const auto count = [&status](std::size_t items) { return status.readable ? std::to_string(items) : "unknown"; };
+    add("local items", count(status.localItems));
+    add("defaults", count(status.defaults));
+    add("last load", LoadText(status.lastLoad));
+    add("last signal", status.lastSignal.empty() ? "none" : status.lastSignal);
     add("tracing", TracingText(status.tracing));
     return table;
 }
@@ -153,13 +197,12 @@ CTable StatusTable(const CStatus& status) {
 ExitCode Status(COutput& output) {
     const CStatus status = ReadStatus();
     output.Style().json ? output.Json(StatusJson(status)) : output.Table(StatusTable(status));
-    if (status.moduleFailure.empty()) return ExitCode::Ok;
-    output.Problem("svinfo: " + status.moduleFailure);
-    return ExitCode::Failed;
+    for (const std::string& failure : status.failures) output.Problem("svinfo: " + failure);
+    return status.failures.empty() ? ExitCode::Ok : ExitCode::Failed;
 }
 
 }  // namespace
 
-CAction DefineStatus(CLI::App&) {
+CAction DefineStatus(CArguments&) {
     return [](COutput& output) { return Status(output); };
 }

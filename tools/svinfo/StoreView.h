@@ -1,0 +1,20 @@
+// An object of the tree's own beside that of the module: what no interface tells is read from it.
+#pragma once
+
+#include <memory>
+
+#include "store/ServerInfo.h"
+#include "svinfo/Host.h"
+
+class CStoreView {
+  public:
+    // Made and loaded as any other. Throws CCommandFailure.
+    CStoreView();
+
+    CPolicyMap ManagedItems() const { return m_object->ManagedItems(); }
+    CLoadReport LastLoad() const noexcept { return m_object->LastLoad(); }
+
+  private:
+    CInterface<IOVServerInfo> m_interface;
+    CServerInfo* m_object;  // the same object
+};
