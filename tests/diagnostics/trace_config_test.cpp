@@ -88,16 +88,19 @@ TEST_F(TraceSettings, AreReadByTheClock) {
     EXPECT_FALSE(theTraceState.Has(kDoTrace));
 }
 
-TEST_F(TraceSettings, VerbosityIsReadWhenAFlagChanges) {
+TEST_F(TraceSettings, VerbosityAndComponentListsAreReadWhenAFlagChanges) {
     TraceOn(5);
     FlagsNow();
     EXPECT_EQ(theTraceState.verbosity, 5);
     Set(W("Verbosity"), 9);
+    List(W("Components"), W("Other"));
     FlagsNow();
     EXPECT_EQ(theTraceState.verbosity, 5) << "no flag has changed";
+    EXPECT_TRUE(theTraceState.componentEnabled);
     Set(W("DoLog"), 1);
     FlagsNow();
     EXPECT_EQ(theTraceState.verbosity, 9);
+    EXPECT_FALSE(theTraceState.componentEnabled);
     testreg::PutString(kKey, W("Verbosity"), W("3"));
     Set(W("DoLog"), 0);
     FlagsNow();
@@ -159,28 +162,6 @@ TEST_F(TraceSettings, ComponentFilter) {
     List(no, self.c_str());
     FlagsNow();
     EXPECT_FALSE(theTraceState.componentEnabled) << "an empty list leaves what the other one says";
-}
-
-TEST_F(TraceSettings, ComponentListsAreReadWhenAFlagChanges) {
-    TraceOn();
-    FlagsNow();
-    List(W("Components"), W("Other"));
-    FlagsNow();
-    EXPECT_TRUE(theTraceState.componentEnabled);
-    Set(W("DoLog"), 1);
-    FlagsNow();
-    EXPECT_FALSE(theTraceState.componentEnabled);
-}
-
-TEST_F(TraceSettings, NoFileIsAnOutputThatDropsTheRecords) {
-    for (const DWORD toFile : {0u, 2u, 0xFFFFFFFFu}) {
-        CTestRoot root;
-        RestartTracing(nullptr);
-        TraceOn();
-        Set(W("TraceToFile"), toFile);
-        { CTraceScope scope("scope", 0); }
-        EXPECT_NE(dynamic_cast<CNoOutput*>(&GetTraceOutput()), nullptr) << toFile;
-    }
 }
 
 TEST_F(TraceSettings, TheOutputStaysUntilItIsReleased) {

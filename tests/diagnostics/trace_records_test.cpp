@@ -63,23 +63,9 @@ TEST(TraceRecords, WriteDateAndTime) {
     }
 }
 
-TEST(TraceRecords, WriteResults) {
-    const struct {
-        const char* why;
-        HRESULT hr;
-        std::string text;
-        std::string expected;
-    } kRows[] = {
-        {"a failure without a text keeps its blank", E_ACCESSDENIED, "", "-2147024891 "},
-        {"a text", E_FAIL, "why", "-2147467259 why"},
-        {"cut at 260 bytes", 1, std::string(300, 'x'), "1 " + std::string(258, 'x')},
-    };
-    for (const auto& row : kRows) {
-        char out[kMaxResultText];
-        EXPECT_EQ(std::string(out, PutResult(row.hr, row.text.c_str(), out)), row.expected) << row.why;
-    }
+TEST(TraceRecords, ResultsAreCutAt260Bytes) {
     char out[kMaxResultText];
-    EXPECT_EQ(std::string(out, PutResult(-1, nullptr, out)), "-1 ") << "null is an empty text";
+    EXPECT_EQ(std::string(out, PutResult(1, std::string(300, 'x').c_str(), out)), "1 " + std::string(258, 'x'));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Critical sections, threads, handles, and the clocks.
+// Critical sections, handles, and the clocks.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -57,25 +57,6 @@ TEST_F(Section, IsHeldUntilTheLastLeave) {
     LeaveCriticalSection(&m_section);
     other.join();
     EXPECT_TRUE(inside);
-}
-
-TEST(Threads, HaveNumbersOfTheirOwn) {
-    const DWORD mine = GetCurrentThreadId();
-    DWORD other = 0;
-    std::thread([&] { other = GetCurrentThreadId(); }).join();
-    EXPECT_NE(mine, 0u);
-    EXPECT_NE(other, 0u);
-    EXPECT_NE(mine, other);
-    EXPECT_EQ(GetCurrentThreadId(), mine);
-    EXPECT_NE(GetCurrentProcessId(), 0u);
-}
-
-TEST(Interlocked, GivesTheNewCount) {
-    LONG count = 1;
-    EXPECT_EQ(InterlockedIncrement(&count), 2);
-    EXPECT_EQ(InterlockedDecrement(&count), 1);
-    EXPECT_EQ(InterlockedExchange(&count, 7), 1);
-    EXPECT_EQ(count, 7);
 }
 
 TEST(LastError, BelongsToTheThread) {

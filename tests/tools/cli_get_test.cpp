@@ -1,6 +1,5 @@
 // svinfo get: the component's answers, in text and JSON.
 #include "cli_fixture.h"
-#include "svinfo/Items.h"
 
 namespace {
 
@@ -200,30 +199,6 @@ TEST_F(CliGet, AModuleThatIsNotThereIsAFailure) {
     const CRunResult status = RunProgram({copy, "--root", m_root.Path().string(), "status", "--json"});
     EXPECT_EQ(status.exitCode, 5);
     EXPECT_EQ(nlohmann::json::parse(status.output)["module"], nullptr) << "the rest is told all the same";
-}
-
-// What no registry value can be: elements of other types, and a type that does not cross the interfaces.
-TEST(Items, ArraysOfOtherElements) {
-    OV_SERVER_INFO_EX record = {};
-    record.value.type = OV_TYPE_ARRAY;
-    record.value.data = 2;
-    record.value.items = static_cast<OV_SERVER_VALUE*>(CoTaskMemAlloc(2 * sizeof(OV_SERVER_VALUE)));
-    record.value.items[0] = {OV_TYPE_DWORD, 7, nullptr};
-    record.value.items[1] = {OV_TYPE_STRING, 0, nullptr};
-    CItem item(W("a"));
-    item.Take(record);
-    EXPECT_EQ(item.Lines(), (std::vector<std::string>{"7", ""}));
-    EXPECT_EQ(item.Json().dump(), "[7,\"\"]");
-    EXPECT_EQ(item.State(), ItemState::Managed);
-
-    record = {};
-    record.hr = HRESULT_FROM_WIN32(ERROR_NOT_SUPPORTED);
-    record.value.type = OV_TYPE_DOUBLE;
-    CItem failed(W("b"));
-    failed.Take(record);
-    EXPECT_STREQ(failed.TypeName(), "null");
-    EXPECT_EQ(failed.State(), ItemState::Error);
-    EXPECT_TRUE(failed.Lines().empty());
 }
 
 }  // namespace

@@ -94,21 +94,6 @@ TEST(RegFileWriter, Values) {
     for (const auto& row : kValues) EXPECT_EQ(LineOf(row.entry), row.line) << row.why;
 }
 
-TEST(RegFileWriter, ValuesComeBackAsTheyWere) {
-    for (const auto& row : kValues) {
-        const std::vector<CRegBlock> blocks{{Key(W("K")), false, 0, {row.entry}}};
-        const CRegFile file = ReadRegFile(WriteRegFile(blocks));
-        EXPECT_TRUE(file.skipped.empty()) << row.why;
-        ASSERT_EQ(file.blocks.size(), 1u) << row.why;
-        ASSERT_EQ(file.blocks[0].entries.size(), 1u) << row.why;
-        const CRegEntry& back = file.blocks[0].entries[0];
-        EXPECT_EQ(back.name, row.entry.name) << row.why;
-        EXPECT_EQ(back.remove, row.entry.remove) << row.why;
-        EXPECT_EQ(back.type, row.entry.type) << row.why;
-        EXPECT_EQ(back.data, row.entry.data) << row.why;
-    }
-}
-
 TEST(RegFileWriter, Layout) {
     const CRegEntry entry{W("a"), false, REG_DWORD, Bytes({1, 0, 0, 0})};
     EXPECT_EQ(

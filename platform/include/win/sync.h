@@ -1,4 +1,4 @@
-// Locks, atomic counts, threads and kernel handles.
+// Locks, threads and kernel handles.
 #pragma once
 
 #include "win/types.h"
@@ -16,16 +16,6 @@ OVLAYER_API BOOL WINAPI InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION
 OVLAYER_API void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION section);
 OVLAYER_API void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section);
 OVLAYER_API void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section);
-
-inline LONG InterlockedIncrement(LONG volatile* value) noexcept {
-    return __atomic_add_fetch(value, 1, __ATOMIC_SEQ_CST);
-}
-inline LONG InterlockedDecrement(LONG volatile* value) noexcept {
-    return __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
-}
-inline LONG InterlockedExchange(LONG volatile* target, LONG value) noexcept {
-    return __atomic_exchange_n(target, value, __ATOMIC_SEQ_CST);
-}
 
 OVLAYER_API DWORD WINAPI GetCurrentThreadId();
 OVLAYER_API DWORD WINAPI GetCurrentProcessId();
