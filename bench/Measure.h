@@ -89,6 +89,7 @@ inline void Compare(const char* measure, const Limits& limits, const Work& ours,
 // The groups of measures, one unit each.
 void Queries();
 void Registry();
+void Loads();
 void Tracing();
 void Startup(const char* folder);
 

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     std::printf("measure\tours\treference\tratio\tgate\tgoal\tverdict\n");
     bench::Queries();
     bench::Registry();
+    bench::Loads();
     bench::Tracing();
     bench::Startup(argv[1]);
 }

@@ -71,7 +71,7 @@ HRESULT ResultOfError(const std::error_code& error) {
         {std::errc::permission_denied, ERROR_ACCESS_DENIED},
         {std::errc::operation_not_permitted, ERROR_ACCESS_DENIED},
         {std::errc::read_only_file_system, ERROR_ACCESS_DENIED},
-        {std::errc::no_such_file_or_directory, ERROR_PATH_NOT_FOUND},
+        {std::errc::no_such_file_or_directory, ERROR_FILE_NOT_FOUND},
         {std::errc::not_a_directory, ERROR_PATH_NOT_FOUND},
         {std::errc::is_a_directory, ERROR_DIRECTORY},
         {std::errc::no_space_on_device, ERROR_DISK_FULL},

@@ -23,7 +23,10 @@ std::error_code LastStreamError() {
 }
 
 [[noreturn]] void FailWrite(const std::string& path, const std::error_code& error) {
-    throw FailureOf("write " + EscapeControls(path), ResultOfError(error));
+    // A file that is missing is made, so it is its folder that does not exist.
+    const bool missing = error == std::errc::no_such_file_or_directory;
+    throw FailureOf("write " + EscapeControls(path),
+                    missing ? HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) : ResultOfError(error));
 }
 
 [[noreturn]] void FailRead(const std::string& path, const std::error_code& error) {
