@@ -2,8 +2,6 @@
 #include <dlfcn.h>
 #include <link.h>
 
-#include <cstdlib>
-
 #include "win/module.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);
@@ -20,14 +18,21 @@ HINSTANCE Self() {
     return reinterpret_cast<HINSTANCE>(map);
 }
 
-void Detach() {
-    DllMain(Self(), DLL_PROCESS_DETACH, nullptr);
-}
+// Attaches when the module is loaded. At the end, of the process or of the module, it detaches before the static objects
+// go that the attaching made, which the detaching still needs: they were complete before this one.
+class CAttachment {
+  public:
+    CAttachment() noexcept : m_attached(DllMain(Self(), DLL_PROCESS_ATTACH, nullptr)) {}
+    ~CAttachment() {
+        if (m_attached) DllMain(Self(), DLL_PROCESS_DETACH, nullptr);
+    }
+    CAttachment(const CAttachment&) = delete;
+    CAttachment& operator=(const CAttachment&) = delete;
 
-// At the end, of the process or of the module, what is registered here runs among the destructors of the module's
-// static objects, the last one first: before those of all that the attaching made, which the detaching still needs.
-__attribute__((constructor)) void Attach() {
-    if (DllMain(Self(), DLL_PROCESS_ATTACH, nullptr)) std::atexit(Detach);
-}
+  private:
+    const BOOL m_attached;
+};
+
+const CAttachment attachment;
 
 }  // namespace

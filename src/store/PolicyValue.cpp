@@ -167,7 +167,7 @@ void CPolicyValue::Assign(const OV_SERVER_VALUE& source) {
             built.SetString(OvServerValueText(source));
             break;
         case OV_TYPE_BLOB:
-            built.SetBlob(source.items, static_cast<std::size_t>(source.data));
+            built.SetBlob(source.items, source.items ? static_cast<std::size_t>(source.data) : 0);
             break;
         case OV_TYPE_ARRAY: {
             built.m_value.type = OV_TYPE_ARRAY;

@@ -2,12 +2,14 @@
 
 #include "module/Library.h"
 #include "module/RegistryKey.h"
+#include "support/Recorder.h"
 
 namespace {
 
 constexpr DWORD kMark = 0xDEADBEEF;
 
-const wstr kLevels[] = {W("SOFTWARE\\Orvantis\\Policies"), W("SOFTWARE\\Orvantis\\Policies\\Default")};
+const wstr kLevels[] = {W("SOFTWARE\\Orvantis\\Policies"), W("SOFTWARE\\Orvantis\\Policies\\Default"),
+                        W("SOFTWARE\\Policies\\Orvantis")};
 const wstr kLongPrefix = W("Applications\\{5ED04F3F-AC3E-4BE0-A157-782B204E2B8C}\\");
 
 const wstr kNames[] = {
@@ -70,6 +72,10 @@ LSTATUS OpenItem(CRegistryKey& key, const wstr& level, const wstr& name, wstr& v
 
 CServerActs::CServerActs(CChoice& choice, CTranscript& transcript)
     : m_choice(choice), m_transcript(transcript), m_module(LoadLibraryW(W("OvSvInfo"))) {
+    MakeObject();
+}
+
+void CServerActs::MakeObject() {
     const auto classObject = FindExport<LPFNGETCLASSOBJECT>(m_module, "DllGetClassObject");
     void* factory = nullptr;
     if (!classObject || FAILED(classObject(CLSID_ServerInfo, IID_IClassFactory, &factory))) return;
@@ -90,7 +96,7 @@ void CServerActs::Act() {
         &CServerActs::PutPlain, &CServerActs::PutPlain, &CServerActs::PutPlain,  &CServerActs::PutMasks,
         &CServerActs::PutBits,  &CServerActs::Remove,   &CServerActs::AskMany,   &CServerActs::AskMany,
         &CServerActs::AskMany,  &CServerActs::AskMany,  &CServerActs::AskNumber, &CServerActs::AskNumber,
-        &CServerActs::AskText,  &CServerActs::AskText,  &CServerActs::Change,
+        &CServerActs::AskText,  &CServerActs::AskText,  &CServerActs::Change,    &CServerActs::Renew,
     };
     if (!m_server) {
         m_transcript.Write("ask", "no object");
@@ -211,6 +217,26 @@ void CServerActs::AskMany() {
         if (SUCCEEDED(records[i].hr)) OvFreeServerValue(records[i].value);
     }
     m_transcript.Write(question, answer);
+}
+
+// Another object, whose first load is told to a subscriber: the machine's whole policy, in the order of its names.
+void CServerActs::Renew() {
+    static constexpr LPCWSTR kFilters[] = {W(""), W(""), W("key"), W("Key\\Value"), W("LogonPolicy")};
+    m_server->Release();
+    m_server = nullptr;
+    MakeObject();
+    const LPCWSTR filter = m_choice.Of(kFilters);
+    void* found = nullptr;
+    if (!m_server || FAILED(m_server->QueryInterface(IID_IOVServerInfoNotify, &found))) return;
+    auto* notify = static_cast<IOVServerInfoNotify*>(found);
+    CRecorder recorder;
+    DWORD cookie = 0;
+    std::string answer = ShownResult(notify->RegisterNotification(filter, &recorder, &cookie));
+    answer += ' ' + ShownResult(m_server->GetInfo(0, nullptr));
+    answer += ' ' + ShownResult(notify->UnregisterNotification(cookie));
+    notify->Release();
+    for (const std::string& line : recorder.Take()) answer += "; " + line;
+    m_transcript.Write("renew " + Shown(filter), answer + "; in " + std::to_string(recorder.Batches()));
 }
 
 void CServerActs::AskNumber() {

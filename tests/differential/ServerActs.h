@@ -1,5 +1,6 @@
-// The public interface in a differential run: what lies in the local keys is changed beneath the object, and the object
-// is asked. As in RegistryActs.h, what is drawn never depends on an answer.
+// The public interface in a differential run: what lies in the local keys and in the policy tree is changed beneath the
+// object, and the object is asked; from time to time another one is made, which loads anew. As in RegistryActs.h, what
+// is drawn never depends on an answer.
 #pragma once
 
 #include <orvantis/ServerInfo.h>
@@ -20,6 +21,8 @@ class CServerActs {
     void Act();
 
   private:
+    void MakeObject();
+
     void PutPlain();
     void PutMasks();
     void PutBits();
@@ -28,6 +31,7 @@ class CServerActs {
     void AskNumber();
     void AskText();
     void Change();
+    void Renew();
 
     const wstr& DrawName();
 

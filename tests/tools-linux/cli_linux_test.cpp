@@ -103,13 +103,19 @@ TEST_F(CliLinux, TheVerbsLieBesideTheProgram) {
     EXPECT_TRUE(result.errors.starts_with("svinfo: load the verbs: ")) << result.errors;
 }
 
-// Deeper than a stack: every walk keeps its way on the heap.
+// Deeper than the stack that it is given: every walk keeps its way on the heap.
 TEST_F(CliLinux, ADeepTreeIsWalkedAndDeleted) {
+    const auto run = [this](std::vector<std::string> args) {
+        const std::vector<std::string> shell = {"/bin/sh", "-c",     "ulimit -s 512 && exec \"$@\"", "sh",
+                                                OV_SVINFO, "--root", m_root.Path().string()};
+        args.insert(args.begin(), shell.begin(), shell.end());
+        return RunProgram(args, {});
+    };
     std::string path = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Policies\\Orvantis";
-    for (int level = 0; level < 20'000; ++level) path += "\\a";
+    for (int level = 0; level < 3'000; ++level) path += "\\a";
     EXPECT_EQ(Run({"reg", "import", Write("f.reg", kHeader + "[" + path + "]\r\n\"v\"=dword:1\r\n")}).exitCode, 0);
-    EXPECT_EQ(Json({"list"})["items"].size(), 1u);
-    EXPECT_EQ(Run({"reg", "delete", "HKLM\\SOFTWARE\\Policies"}).exitCode, 0);
+    EXPECT_EQ(run({"list"}).exitCode, 0);
+    EXPECT_EQ(run({"reg", "delete", "HKLM\\SOFTWARE\\Policies"}).exitCode, 0);
     EXPECT_EQ(Run({"list"}).exitCode, 1);
 }
 

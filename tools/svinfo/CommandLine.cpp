@@ -279,7 +279,7 @@ ExitCode Run(const std::vector<std::string>& args, bool terminal) {
     options.style.terminal = terminal;
     COutput output(options.style, stdout, stderr);
     if (options.help) {
-        output.Bytes(HelpText(parser.ChosenName()));
+        ShowHelp(parser.ChosenName(), output);
         output.Finish();
         return ExitCode::Ok;
     }

@@ -55,7 +55,10 @@ class CTemporaryFile {
             folder += "." + std::to_string(random()) + ".tmp";
             if (fs::create_directory(folder, error)) {
                 m_path = folder / target.filename();
-                return;
+                // Under a creation mask that lets others write into it, one of them may have been there first.
+                fs::permissions(folder, fs::perms::owner_all, error);
+                if (!error && fs::is_empty(folder, error)) return;
+                FailWrite(shown, error ? error : std::make_error_code(std::errc::file_exists));
             }
             if (error) break;
         }

@@ -38,5 +38,7 @@ CAction DefineVersion(CArguments& arguments);
 
 // The page of one verb, of a family ("reg"), or of all for no name; nothing for an unknown one.
 std::string HelpText(const std::string& verb);
+// Writes that page, as text or as JSON.
+void ShowHelp(const std::string& verb, COutput& output);
 // "usage: svinfo VERB ARGUMENTS"
 std::string UsageLine(const CVerb& verb);

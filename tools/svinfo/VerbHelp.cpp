@@ -59,19 +59,12 @@ ExitCode Help(const std::vector<std::string>& words, COutput& output) {
         output.Json(answer);
         return ExitCode::Ok;
     }
-    const std::string text = HelpText(verb);
-    if (text.empty()) {
+    if (HelpText(verb).empty()) {
         std::vector<std::string> names;
         for (const CVerb& known : Verbs()) names.emplace_back(known.name);
         throw CCommandFailure(ExitCode::Usage, "help: unknown verb " + Quoted(verb) + Suggestion(verb, names));
     }
-    if (output.Style().json) {
-        json answer = JsonAnswer();
-        answer["help"] = text;
-        output.Json(answer);
-    } else {
-        output.Bytes(text);
-    }
+    ShowHelp(verb, output);
     return ExitCode::Ok;
 }
 
@@ -101,6 +94,17 @@ std::string HelpText(const std::string& name) {
         text += UsageLine(verb) + "\n\n" + verb.summary + "\n" + verb.details;
     }
     return text;
+}
+
+void ShowHelp(const std::string& verb, COutput& output) {
+    const std::string text = HelpText(verb);
+    if (!output.Style().json) {
+        output.Bytes(text);
+        return;
+    }
+    json answer = JsonAnswer();
+    answer["help"] = text;
+    output.Json(answer);
 }
 
 CAction DefineHelp(CArguments& arguments) {
