@@ -79,21 +79,30 @@ class CListener {
         }
     }
 
-    // The folder of the stamps, or the deepest one above it that exists, in which the next one will be made. To add a
-    // watch that is there changes nothing.
+    // The folder of the stamps, or the deepest one above it that exists, in which the next one will be made. One that
+    // is made between two looks is found by the second. To add a watch that is there changes nothing.
     void Watch() noexcept {
-        if (inotify_add_watch(m_watch.Get(), m_watched[0].files.Folder().c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) >= 0) {
-            return;
-        }
+        const std::string& stamps = m_watched[0].files.Folder();
         try {
-            for (std::string folder = m_watched[0].files.Folder(); folder.size() > 1;) {
-                const std::size_t slash = folder.find_last_of('/');
-                if (slash == std::string::npos) return;
-                folder.resize(slash == 0 ? 1 : slash);
-                if (inotify_add_watch(m_watch.Get(), folder.c_str(), IN_CREATE | IN_MOVED_TO) >= 0) return;
+            // Not for ever: there may be a folder that cannot be watched.
+            for (int look = 0; look < 16 && !Add(stamps, IN_CLOSE_WRITE | IN_MOVED_TO); ++look) {
+                std::string missing = stamps;
+                std::string above = Parent(stamps);
+                while (above.size() > 1 && !Add(above, IN_CREATE | IN_MOVED_TO)) {
+                    missing = above;
+                    above = Parent(above);
+                }
+                if (access(missing.c_str(), F_OK) != 0) return;
             }
         } catch (const std::bad_alloc&) {
         }
+    }
+    bool Add(const std::string& folder, std::uint32_t events) const noexcept {
+        return inotify_add_watch(m_watch.Get(), folder.c_str(), events) >= 0;
+    }
+    static std::string Parent(const std::string& folder) {
+        const std::size_t slash = folder.find_last_of('/');
+        return slash == std::string::npos || slash == 0 ? "/" : folder.substr(0, slash);
     }
 
     void Look(CWatched& watched) noexcept {

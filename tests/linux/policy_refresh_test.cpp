@@ -107,7 +107,11 @@ TEST_F(PolicyRefresh, IsHeardInAFolderThatIsMadeLater) {
     CTestInstance object;
     EXPECT_EQ(Number(object, W("A")), 0u);
     for (DWORD round = 1; round <= 3; ++round) {
-        std::filesystem::remove_all(m_root.Path() / "policy");
+        // A refresh that is under way may put its lock into the folder while it is being removed.
+        std::error_code busy;
+        do {
+            std::filesystem::remove_all(m_root.Path() / "policy", busy);
+        } while (busy);
         PutDword(kPolicy, W("A"), round);
         Signal();
         EXPECT_TRUE(Eventually([&] { return Number(object, W("A")) == round; })) << round;
