@@ -1,5 +1,12 @@
 // svinfo where only this home can show it: rights, links, devices, bytes that are no text, transactions, and the order
 // in which the registry lists what it holds.
+#include <pwd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+
+#include "svinfo/PolFile.h"
 #include "tools/cli_reg_fixture.h"
 
 namespace {
@@ -117,6 +124,41 @@ TEST_F(CliLinux, ADeepTreeIsWalkedAndDeleted) {
     EXPECT_EQ(run({"list"}).exitCode, 0);
     EXPECT_EQ(run({"reg", "delete", "HKLM\\SOFTWARE\\Policies"}).exitCode, 0);
     EXPECT_EQ(Run({"list"}).exitCode, 1);
+}
+
+std::string PolicyFile(DWORD number) {
+    const auto byte = [number](int shift) { return static_cast<BYTE>(number >> shift); };
+    return WritePolFile(
+        {{W("Software\\Policies\\Orvantis"), W("A"), REG_DWORD, {byte(0), byte(8), byte(16), byte(24)}, 0}});
+}
+
+TEST_F(CliLinux, AWatchTellsAPolicyChangeOfAnotherProcess) {
+    ASSERT_EQ(Run({"gpupdate", Write("0.pol", PolicyFile(0))}).exitCode, 0);
+    auto watching = std::async(std::launch::async, [this] {
+        return Run({"watch", "a", "A", "--once", "--timeout", "30", "--json"});
+    });
+    // Nobody knows when it has begun to listen, so the policy goes on changing.
+    for (DWORD number = 1; watching.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready; ++number) {
+        ASSERT_EQ(Run({"gpupdate", "-q", Write("1.pol", PolicyFile(number))}).exitCode, 0);
+    }
+    const CRunResult result = watching.get();
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    const auto line = nlohmann::json::parse(result.output);
+    EXPECT_EQ(line["item"]["name"], "A");
+    EXPECT_EQ(line["item"]["state"], "managed");
+    EXPECT_EQ(line["old"]["value"].get<int>() + 1, line["item"]["value"].get<int>());
+    EXPECT_EQ(Run({"watch", "--timeout", "0.05", "-q"}).exitCode, 1) << "nothing came";
+    EXPECT_NE(Json({"status"})["lastSignal"], nullptr);
+}
+
+TEST_F(CliLinux, AUsersPolicyGoesIntoTheirHive) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root writes another user's policy";
+    EXPECT_EQ(Run({"gpupdate", "--user", "nobody", Write("u.pol", PolicyFile(5))}).exitCode, 0);
+    const passwd* nobody = getpwnam("nobody");
+    ASSERT_TRUE(nobody);
+    const std::string key = "HKU\\S-1-22-1-" + std::to_string(nobody->pw_uid) + "\\Software\\Policies\\Orvantis";
+    EXPECT_EQ(Done({"reg", "query", key, "A"}), "A\tREG_DWORD\t5\n");
+    EXPECT_EQ(Run({"list"}).exitCode, 1) << "it is no policy of the machine's";
 }
 
 }  // namespace

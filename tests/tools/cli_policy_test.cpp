@@ -164,6 +164,24 @@ TEST_F(CliPolicy, ItemsAreServedAsManagedAndHideLocalOnes) {
     EXPECT_EQ(status["lastLoad"]["items"], 2);
 }
 
+// Another program wrote it: Samba's Python packages.
+TEST_F(CliPolicy, TheSampleOfAnotherWriter) {
+    ImportSample();
+    Run({"gpupdate", OV_SAMPLES "/Registry.pol"});
+    EXPECT_EQ(Done({"list"}),
+              "CommonSettings\\{B3C9E1A4-52D7-4F0B-9C68-1D7E03A5F246}\\OfflineLogonDays\t7\tdword\tmanaged\n"
+              "Gr\xC3\xB6\xC3\x9F"
+              "e\\H\xC3\xB6"
+              "chstzahl\t12\tdword\tmanaged\n"
+              "LogFolder\t%ProgramData%\\Orvantis\\Logs\tstring\tmanaged\n"
+              "LogonPolicy\t0x0000000000000004\tarray\tmanaged\n"
+              "LogonPolicy\t0x8000000000000001\tarray\tmanaged\n"
+              "PasswordMinLength\t14\tdword\tmanaged\n"
+              "RuntimePolicy\t4\tdword\tmanaged\n"
+              "ServerName\tauth.policy.example.org\tstring\tmanaged\n"
+              "SpareKey\\SpareKeyAllowed\t0\tdword\tmanaged\n");
+}
+
 TEST_F(CliPolicy, AUserNobodyKnows) {
     EXPECT_EQ(Apply({CPolicy()}, {"--user", "nobody-of-that-name"}).exitCode, 2);
 }
