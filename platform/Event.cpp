@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "WaitPool.h"
 
@@ -13,6 +14,9 @@ BOOL Failed(DWORD error) noexcept {
 }
 
 }  // namespace
+
+CRegisteredWait::CRegisteredWait(WAITORTIMERCALLBACK callback, PVOID context, bool once)
+    : m_callback(callback), m_context(context), m_once(once), m_pool(CountWait()) {}
 
 void CRegisteredWait::Fire() noexcept {
     const std::lock_guard lock(m_lock);
@@ -41,7 +45,11 @@ bool CRegisteredWait::Close(bool waitForCall) noexcept {
     std::unique_lock lock(m_lock);
     m_closed = true;
     if (waitForCall) m_done.wait(lock, [this] { return !m_running; });
-    return !m_running;
+    const bool done = !m_running;
+    const void* pool = std::exchange(m_pool, nullptr);
+    lock.unlock();
+    if (pool) ForgetWait(pool);
+    return done;
 }
 
 void CEvent::Set() noexcept {

@@ -15,8 +15,10 @@
 
 class CRegisteredWait : public CKernelObject, public std::enable_shared_from_this<CRegisteredWait> {
   public:
-    CRegisteredWait(WAITORTIMERCALLBACK callback, PVOID context, bool once) noexcept
-        : m_callback(callback), m_context(context), m_once(once) {}
+    // Raises std::bad_alloc.
+    CRegisteredWait(WAITORTIMERCALLBACK callback, PVOID context, bool once);
+
+    ~CRegisteredWait() override { Close(false); }
 
     // One signal more.
     void Fire() noexcept;
@@ -31,6 +33,7 @@ class CRegisteredWait : public CKernelObject, public std::enable_shared_from_thi
     WAITORTIMERCALLBACK m_callback;
     PVOID m_context;
     bool m_once;
+    const void* m_pool;  // that counts it; null when it is closed
     bool m_closed = false;
     bool m_pending = false;  // a signal that no call has begun for
     bool m_running = false;  // the pool has it

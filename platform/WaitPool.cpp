@@ -32,28 +32,43 @@ class CWaitPool {
         }
     }
 
+    void AddWait() noexcept {
+        const std::lock_guard lock(m_lock);
+        ++m_waits;
+    }
+    void RemoveWait() noexcept {
+        std::unique_lock lock(m_lock);
+        if (--m_waits != 0) return;
+        m_more.notify_all();
+        m_left.wait(lock, [this] { return m_idle == 0 || m_waits != 0; });
+    }
+
   private:
     void Serve() {
         std::unique_lock lock(m_lock);
         for (;;) {
             if (m_work.empty()) {
                 ++m_idle;
-                const bool woken = m_more.wait_for(lock, kPatience, [this] { return !m_work.empty(); });
+                m_more.wait_for(lock, kPatience, [this] { return !m_work.empty() || m_waits == 0; });
                 --m_idle;
-                if (!woken) return;
+                m_left.notify_all();
+                if (m_work.empty()) return;
             }
-            const std::shared_ptr<CRegisteredWait> wait = std::move(m_work.front());
+            std::shared_ptr<CRegisteredWait> wait = std::move(m_work.front());
             m_work.pop_front();
             lock.unlock();
             wait->Run();
+            wait.reset();  // its end may come back here
             lock.lock();
         }
     }
 
     std::mutex m_lock;
     std::condition_variable m_more;
+    std::condition_variable m_left;
     std::deque<std::shared_ptr<CRegisteredWait>> m_work;
     std::size_t m_idle = 0;
+    std::size_t m_waits = 0;  // that are registered
 };
 
 // Never destroyed, since its threads may outlive the statics of the process. The child of a fork has none of them and
@@ -80,4 +95,14 @@ bool RunOnWaitPool(std::shared_ptr<CRegisteredWait> wait) noexcept {
     } catch (...) {
         return false;
     }
+}
+
+const void* CountWait() {
+    CWaitPool& pool = ThePool();
+    pool.AddWait();
+    return &pool;
+}
+
+void ForgetWait(const void* pool) noexcept {
+    if (CWaitPool* own = current.load(); own && own == pool) own->RemoveWait();
 }
