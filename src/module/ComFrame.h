@@ -37,14 +37,6 @@ struct CComMultiThreadModel {
       public:
         LONG Increment() noexcept { return ++m_count; }
         LONG Decrement() noexcept { return --m_count; }
-        // For work that the object itself set going: false once the last reference is gone.
-        bool TryIncrement() noexcept {
-            LONG seen = m_count.load();
-            while (seen > 0) {
-                if (m_count.compare_exchange_weak(seen, seen + 1)) return true;
-            }
-            return false;
-        }
         // Far from zero: what the end of an object hands out and takes back must not end it again.
         void Condemn() noexcept { m_count = -0x3FFFFFFF; }
 
@@ -53,7 +45,7 @@ struct CComMultiThreadModel {
     };
 };
 
-// What every class has: the object's lock, and a hold on the instance as such, inside or outside an aggregate.
+// What every class has: the object's lock, and a word on its end.
 template <class ThreadModel>
 class CComObjectRootEx {
   public:
@@ -63,9 +55,11 @@ class CComObjectRootEx {
     HRESULT FinalConstruct() { return S_OK; }
     void FinalRelease() {}
 
-    // False when the end of the instance has begun. DropSelf may end it.
-    virtual bool TryHoldSelf() noexcept = 0;
-    virtual void DropSelf() noexcept = 0;
+    // Asked when the last reference is gone. A class that is in the middle of something on this very thread says true,
+    // and calls EndSelf when it is through with it.
+    bool PutOffEnd() noexcept { return false; }
+    // Ends the instance, the aggregate that holds it included.
+    virtual void EndSelf() noexcept = 0;
 
   protected:
     CComObjectRootEx() noexcept = default;
@@ -114,12 +108,11 @@ class CComObject : public T {
     STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(m_references.Increment()); }
     STDMETHODIMP_(ULONG) Release() override {
         const LONG left = m_references.Decrement();
-        if (left == 0) delete this;
+        if (left == 0 && !this->PutOffEnd()) delete this;
         return static_cast<ULONG>(left);
     }
 
-    bool TryHoldSelf() noexcept override { return m_references.TryIncrement(); }
-    void DropSelf() noexcept override { Release(); }
+    void EndSelf() noexcept override { delete this; }
 
     // FinalConstruct may hand out and drop references, so the count is not 0 while it runs.
     HRESULT Construct() {
@@ -144,8 +137,7 @@ class CComContainedObject : public T {
   public:
     CComContainedObject(IUnknown* outer, CComAggObject<T>& holder) noexcept : m_outer(outer), m_holder(holder) {}
 
-    bool TryHoldSelf() noexcept override { return m_holder.TryAddRef(); }
-    void DropSelf() noexcept override { m_holder.Release(); }
+    void EndSelf() noexcept override { delete &m_holder; }
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override { return m_outer->QueryInterface(iid, object); }
     STDMETHODIMP_(ULONG) AddRef() override { return m_outer->AddRef(); }
@@ -178,10 +170,9 @@ class CComAggObject : public IUnknown {
         return FindInterface<T>(&m_contained, iid, object);
     }
     STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(m_references.Increment()); }
-    bool TryAddRef() noexcept { return m_references.TryIncrement(); }
     STDMETHODIMP_(ULONG) Release() override {
         const LONG left = m_references.Decrement();
-        if (left == 0) delete this;
+        if (left == 0 && !m_contained.PutOffEnd()) delete this;
         return static_cast<ULONG>(left);
     }
 

@@ -15,7 +15,8 @@ namespace {
 // What a signal goes through on its way to an object.
 class CRefreshGate {
   public:
-    CRefreshGate(void* object, RefreshProc refresh) noexcept : m_object(object), m_refresh(refresh) {}
+    CRefreshGate(void* object, RefreshProc refresh) noexcept
+        : m_object(object), m_refreshed(object), m_refresh(refresh) {}
 
     void Pass() noexcept {
         void* object = nullptr;
@@ -33,6 +34,8 @@ class CRefreshGate {
         m_left.notify_all();
     }
 
+    static bool PassesHere(const void* object) noexcept { return t_passing && t_passing->m_refreshed == object; }
+
     bool Close() noexcept {
         std::unique_lock lock(m_mutex);
         m_object = nullptr;
@@ -46,7 +49,8 @@ class CRefreshGate {
 
     std::mutex m_mutex;
     std::condition_variable m_left;
-    void* m_object;  // null when the gate is closed
+    void* m_object;           // null when the gate is closed
+    const void* m_refreshed;  // the same, for good
     RefreshProc m_refresh;
     int m_running = 0;
 };
@@ -137,6 +141,10 @@ ULONG_PTR OpenRefreshGate(void* object, RefreshProc refresh) {
 bool CloseRefreshGate(ULONG_PTR gate) noexcept {
     const std::shared_ptr<CRefreshGate> found = TheGates().Remove(gate);
     return found && found->Close();
+}
+
+bool IsRefreshedHere(const void* object) noexcept {
+    return CRefreshGate::PassesHere(object);
 }
 
 void CALLBACK RefreshWaitCallback(PVOID context, BOOLEAN) {

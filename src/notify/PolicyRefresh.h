@@ -47,6 +47,8 @@ ULONG_PTR OpenRefreshGate(void* object, RefreshProc refresh);
 // From its return on no refresh of that object runs, but for one on this very thread, and none will. True when there is
 // such a one: the wait must then not be waited for.
 bool CloseRefreshGate(ULONG_PTR gate) noexcept;
+// Whether a refresh of that object runs on this very thread.
+bool IsRefreshedHere(const void* object) noexcept;
 // What the wait pool calls at each signal: `context` is a gate's number.
 void CALLBACK RefreshWaitCallback(PVOID context, BOOLEAN timedOut);
 

@@ -18,14 +18,19 @@ void CServerInfo::Unsubscribe() noexcept {
 void CServerInfo::GPOThreadProc(void* object) noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::GPOThreadProc", 0);
     auto* self = static_cast<CServerInfo*>(object);
-    // A client may drop its last reference in a callback; the object goes when the refresh is through with it. One
-    // whose last reference is gone already has nobody left to tell.
-    if (!self->TryHoldSelf()) return;
     AtBoundary(scope, [self]() -> HRESULT {
         CLockGuard lock(self->m_lock);
         self->LoadMachineAll(true);
         self->NotifyAllSubscribers();
         return S_OK;
     });
-    self->DropSelf();
+    if (self->m_endPutOff) self->EndSelf();
+}
+
+// A client may drop its last reference in a callback of a refresh, which still needs the object then. On every other
+// thread the end waits for the refresh, so that nothing of the object runs when the client's Release returns.
+bool CServerInfo::PutOffEnd() noexcept {
+    if (!IsRefreshedHere(this)) return false;
+    m_endPutOff = true;
+    return true;
 }

@@ -49,6 +49,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // One refresh of `object`, on a thread of the wait pool: notify/Refresh.cpp.
     static void GPOThreadProc(void* object) noexcept;
 
+    bool PutOffEnd() noexcept;  // notify/Refresh.cpp
     void FinalRelease() noexcept;
 
     // For the tools of this tree, which tell what no interface does. Both take m_lock.
@@ -87,6 +88,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool m_initialized = false;  // Initialize has done its work
     bool m_subscribed = false;   // the Group Policy subscription exists
     bool m_terminating = false;  // no new subscribers
+    bool m_endPutOff = false;    // the refresh on this thread ends the object; of that thread alone
 
   private:
     friend struct StoreDoor;  // tests and benchmarks put items into the store through it
