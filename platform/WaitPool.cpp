@@ -21,9 +21,7 @@ constexpr std::chrono::milliseconds kGrace(100);  // how long the last wait to g
 class CWaitPool {
   public:
     void Run(std::shared_ptr<CRegisteredWait> wait) {
-        CThreads gone;
         const std::lock_guard lock(m_lock);
-        gone.swap(m_gone);
         m_work.push_back(std::move(wait));
         if (m_idle >= m_work.size()) {
             m_more.notify_one();
@@ -53,7 +51,9 @@ class CWaitPool {
         if (--m_waits != 0) return;
         m_more.notify_all();
         // They go at once, but for one in a call that nobody waits for, and the one that this may be.
+        ++m_seeingOff;
         m_left.wait_for(lock, kGrace, [this] { return m_threads.size() <= (servesHere ? 1 : 0) || m_waits != 0; });
+        --m_seeingOff;
         gone.swap(m_gone);
         lock.unlock();
     }
@@ -76,9 +76,10 @@ class CWaitPool {
                 ++m_idle;
                 m_more.wait_for(lock, kPatience, [this] { return !m_work.empty() || m_waits == 0; });
                 --m_idle;
-                if (m_work.empty()) m_gone.splice(m_gone.end(), m_threads, self);
-                m_left.notify_all();
-                if (m_work.empty()) return;
+                if (m_work.empty()) {
+                    Leave(self);
+                    return;
+                }
             }
             std::shared_ptr<CRegisteredWait> wait = std::move(m_work.front());
             m_work.pop_front();
@@ -87,6 +88,17 @@ class CWaitPool {
             wait.reset();  // its end may come back here
             lock.lock();
         }
+    }
+
+    // Whoever sees the threads off waits for this one's end; else nobody does.
+    void Leave(CThreads::iterator self) {
+        if (m_seeingOff != 0) {
+            m_gone.splice(m_gone.end(), m_threads, self);
+        } else {
+            self->thread.detach();
+            m_threads.erase(self);
+        }
+        m_left.notify_all();
     }
 
     static thread_local bool servesHere;  // whether this thread is one of a pool's
@@ -98,6 +110,7 @@ class CWaitPool {
     CThreads m_threads;  // at work, or idle for a while
     CThreads m_gone;     // that have nothing left to do but to end
     std::size_t m_idle = 0;
+    std::size_t m_seeingOff = 0;
     std::size_t m_waits = 0;  // that are registered
 };
 
