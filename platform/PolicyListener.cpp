@@ -1,13 +1,11 @@
 #include "PolicyListener.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -19,6 +17,7 @@
 
 #include "Home.h"
 #include "PolicyStamp.h"
+#include "ProcessObject.h"
 #include "QuietThread.h"
 
 namespace {
@@ -153,28 +152,15 @@ class CListeners {
     std::vector<std::unique_ptr<CListener>> m_listeners;
 };
 
-// Never destroyed, since a listener may still be asleep when the process ends. The child of a fork has none of the
-// threads and begins with nobody registered.
-std::atomic<CListeners*> current{nullptr};
-
-CListeners& TheListeners() {
-    if (CListeners* listeners = current.load()) return *listeners;
-    auto made = std::make_unique<CListeners>();
-    CListeners* seen = nullptr;
-    return current.compare_exchange_strong(seen, made.get()) ? *made.release() : *seen;
-}
-
-__attribute__((constructor)) void StartAfreshInChild() {
-    pthread_atfork(nullptr, nullptr, [] { current = nullptr; });
-}
+using TheListeners = CProcessObject<CListeners>;
 
 }  // namespace
 
 void AddPolicyListener(HANDLE handle, std::shared_ptr<CEvent> event, bool machine) {
-    TheListeners().Add(handle, std::move(event), machine);
+    TheListeners::Get().Add(handle, std::move(event), machine);
 }
 
 bool RemovePolicyListener(HANDLE handle) noexcept {
-    CListeners* listeners = current.load();
+    CListeners* listeners = TheListeners::IfMade();
     return listeners && listeners->Remove(handle);
 }

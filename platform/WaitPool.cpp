@@ -1,8 +1,5 @@
 #include "WaitPool.h"
 
-#include <pthread.h>
-
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -11,6 +8,7 @@
 #include <thread>
 
 #include "Event.h"
+#include "ProcessObject.h"
 #include "QuietThread.h"
 
 namespace {
@@ -116,26 +114,13 @@ class CWaitPool {
 
 thread_local bool CWaitPool::servesHere = false;
 
-// Never destroyed, since its threads may outlive the statics of the process. The child of a fork has none of them and
-// begins with a pool of its own.
-std::atomic<CWaitPool*> current{nullptr};
-
-CWaitPool& ThePool() {
-    if (CWaitPool* pool = current.load()) return *pool;
-    auto made = std::make_unique<CWaitPool>();
-    CWaitPool* seen = nullptr;
-    return current.compare_exchange_strong(seen, made.get()) ? *made.release() : *seen;
-}
-
-__attribute__((constructor)) void StartAfreshInChild() {
-    pthread_atfork(nullptr, nullptr, [] { current = nullptr; });
-}
+using ThePool = CProcessObject<CWaitPool>;
 
 }  // namespace
 
 bool RunOnWaitPool(std::shared_ptr<CRegisteredWait> wait) noexcept {
     try {
-        ThePool().Run(std::move(wait));
+        ThePool::Get().Run(std::move(wait));
         return true;
     } catch (...) {
         return false;
@@ -143,11 +128,11 @@ bool RunOnWaitPool(std::shared_ptr<CRegisteredWait> wait) noexcept {
 }
 
 const void* CountWait() {
-    CWaitPool& pool = ThePool();
+    CWaitPool& pool = ThePool::Get();
     pool.AddWait();
     return &pool;
 }
 
 void ForgetWait(const void* pool) noexcept {
-    if (CWaitPool* own = current.load(); own && own == pool) own->RemoveWait();
+    if (CWaitPool* own = ThePool::IfMade(); own && own == pool) own->RemoveWait();
 }

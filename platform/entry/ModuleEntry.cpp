@@ -18,8 +18,8 @@ HINSTANCE Self() {
     return reinterpret_cast<HINSTANCE>(map);
 }
 
-// Attaches when the module is loaded. At the end, of the process or of the module, it detaches before the static objects
-// go that the attaching made, which the detaching still needs: they were complete before this one.
+// Attaches when the module is loaded. At the end, of the process or of the module, it detaches before the static
+// objects go that the attaching made, which the detaching still needs: they were complete before this one.
 class CAttachment {
   public:
     CAttachment() noexcept : m_attached(DllMain(Self(), DLL_PROCESS_ATTACH, nullptr)) {}
