@@ -10,8 +10,8 @@
 
 #include <comdef.h>
 #include <objbase.h>
-#include <unknwn.h>
 #include <sddl.h>
+#include <unknwn.h>
 #include <winternl.h>
 
 #include "Home.h"
