@@ -96,8 +96,14 @@ CRunResult RunProgram(const std::vector<std::string>& command,
     start.hStdOutput = output.Handle();
     start.hStdError = errors.Handle();
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT, variables.data(),
-                        nullptr, &start, &process)) {
+    // Once in a thousand times Wine fails to start a program for a reason of its own, and says so.
+    BOOL started = FALSE;
+    for (int attempt = 0; !started && (attempt == 0 || (attempt < 3 && GetLastError() == ERROR_INTERNAL_ERROR));
+         ++attempt) {
+        started = CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
+                                 variables.data(), nullptr, &start, &process);
+    }
+    if (!started) {
         ADD_FAILURE() << command.at(0) << ": error " << GetLastError();
         return result;
     }
