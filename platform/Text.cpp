@@ -11,6 +11,7 @@
 #include <limits>
 #include <string>
 
+#include "Upcase.h"
 #include "Utf8.h"
 
 namespace {
@@ -214,6 +215,11 @@ int _wcsicmp(const WCHAR* a, const WCHAR* b) noexcept {
         const int difference = lower(*a) - lower(*b);
         if (difference != 0 || *a == 0) return difference;
     }
+}
+
+DWORD WINAPI CharLowerBuffW(LPWSTR text, DWORD length) {
+    for (DWORD i = 0; i < length; ++i) text[i] = OvDowncase(text[i]);
+    return length;
 }
 
 ULONG wcstoul(const WCHAR* text, WCHAR** end, int base) noexcept {

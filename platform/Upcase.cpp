@@ -35,3 +35,14 @@ static_assert(kUnfolded.blocks == kBlocks && kUnfolded.changes == kChangedUnits)
 constinit const Table kTable = kUnfolded.table;
 
 }  // namespace ovupcase
+
+char16_t OvDowncase(char16_t unit) noexcept {
+    if (unit < 0x80) return static_cast<char16_t>(unit + (unit >= u'A' && unit <= u'Z' ? 32 : 0));
+    for (const ovupcase::Range& range : ovupcase::kRanges) {
+        const unsigned lower = static_cast<char16_t>(unit - range.distance);
+        if (lower >= range.first && lower <= range.last && (lower - range.first) % range.step == 0) {
+            return static_cast<char16_t>(lower);
+        }
+    }
+    return unit;
+}

@@ -28,3 +28,6 @@ inline char16_t OvUpcase(char16_t unit) noexcept {
     const std::uint16_t* block = ovupcase::kTable.distance[ovupcase::kTable.blockOf[unit >> ovupcase::kBlockBits]];
     return static_cast<char16_t>(unit + block[unit & (ovupcase::kBlockSize - 1)]);
 }
+
+// The other way round, for the few that ask: a search.
+char16_t OvDowncase(char16_t unit) noexcept;

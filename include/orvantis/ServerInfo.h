@@ -33,6 +33,8 @@ constexpr LPCWSTR OvPickText(Wide wide, Unicode unicode) noexcept {
 inline constexpr CLSID CLSID_ServerInfo = {
     0x5833D5CB, 0x2254, 0x4F1D, {0x9B, 0x43, 0x03, 0x59, 0xD7, 0x0F, 0x95, 0x96}};
 inline constexpr IID IID_IOVServerInfo = {0xDC6DF02A, 0xE9C8, 0x4115, {0xBA, 0xDB, 0xF8, 0x12, 0xE4, 0xF1, 0x67, 0x3E}};
+inline constexpr IID IID_IOVServerInfoExt = {
+    0x815ED444, 0xCA7C, 0x4BA6, {0x8C, 0xAB, 0x34, 0xD4, 0xE0, 0xA4, 0x0D, 0x21}};
 inline constexpr IID IID_IOVServerInfoNotify = {
     0x91807E92, 0x23C9, 0x4D5C, {0x8E, 0x40, 0x8D, 0xBF, 0xAD, 0xC5, 0x28, 0x96}};
 inline constexpr IID IID_IOVInfoChangeCallback = {
@@ -117,6 +119,17 @@ struct IOVServerInfo : public IUnknown {
 
 // The same operations on the same table, under a second id.
 struct IOVServerInfo2 : public IOVServerInfo {};
+
+// Policy of a computer that no domain manages: files in the folders below its data root.
+struct IOVServerInfoExt : public IUnknown {
+    // Reads all sources again, the files among them, and tells every subscriber of this object what changed.
+    STDMETHOD(SetWorkgroupPolicies)() = 0;
+
+    // Copies the settings of a document into the local policy key, item by item: those of the text, or, when it is null
+    // or empty, those of the file OV_WgClient_Data.xml in the folder PluginData. What the key holds beside them stays.
+    // 0 also when the document is missing or not well-formed, and nothing was copied; nobody is told of the change.
+    STDMETHOD(CopyWorkgroupPoliciesLocally)(LPCWSTR xml) = 0;
+};
 
 // Implemented by clients that want to hear of changes.
 struct IOVInfoChangeCallback : public IUnknown {

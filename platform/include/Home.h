@@ -28,6 +28,11 @@ OVLAYER_API void WINAPI OvHideExport(const char* module, const char* name, BOOL 
 // it never was, or where the home does not tell.
 OVLAYER_API BOOL WINAPI OvLastPolicySignal(BOOL machine, SYSTEMTIME* time);
 
+// Where a node stands in the text that it was loaded from, both from 1, the column in characters. FALSE for a node that
+// was not loaded from a file, and where the home does not tell.
+struct IXMLDOMNode;
+OVLAYER_API BOOL WINAPI OvNodePosition(IXMLDOMNode* node, DWORD* line, DWORD* column);
+
 // Removes what a root keeps outside of its folder, and leaves it. Here that is nothing: whoever removes the folder has
 // removed the root.
 inline DWORD OvForgetRoot(const char*) {

@@ -8,8 +8,11 @@
 #include <windows.h>
 
 #include <comdef.h>
+#include <msxml.h>
 #include <objbase.h>
+#include <oleauto.h>
 #include <sddl.h>
+#include <shlwapi.h>
 #include <winternl.h>
 
 #include "Home.h"

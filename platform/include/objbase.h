@@ -20,3 +20,10 @@ OVLAYER_API void WINAPI CoUninitialize();
 OVLAYER_API HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR* text);
 OVLAYER_API int WINAPI StringFromGUID2(REFGUID id, LPOLESTR text, int room);
 OVLAYER_API HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID id);
+
+// Classes of the layer's own: "Msxml2.DOMDocument". They belong to no apartment and want no initialised COM.
+// 0x800401F3 for a name that is not known, in any case of its letters; 0x80040154 for a class that is not.
+#define CLSCTX_INPROC_SERVER 1
+#define CLSCTX_ALL 23
+OVLAYER_API HRESULT WINAPI CLSIDFromProgID(LPCOLESTR name, LPCLSID id);
+OVLAYER_API HRESULT WINAPI CoCreateInstance(REFCLSID id, IUnknown* outer, DWORD context, REFIID iid, LPVOID* object);

@@ -38,5 +38,11 @@ inline BOOL OvLastPolicySignal(BOOL, SYSTEMTIME*) {
     return FALSE;
 }
 
+// Nor does it tell where a node stood.
+struct IXMLDOMNode;
+inline BOOL OvNodePosition(IXMLDOMNode*, DWORD*, DWORD*) {
+    return FALSE;
+}
+
 // Which home this is: for tests, and for the table of what differs (docs/homes.md).
 inline constexpr char kOvHomeName[] = "windows";

@@ -9,8 +9,11 @@
 #include <windows.h>
 
 #include <comdef.h>
+#include <msxml.h>
 #include <objbase.h>
+#include <oleauto.h>
 #include <sddl.h>
+#include <shlwapi.h>
 #include <unknwn.h>
 #include <winternl.h>
 

@@ -143,6 +143,10 @@ HRESULT ReadAuthPolicyFromKey(HKEY rootParent, LPCWSTR path, LPCWSTR name, CPoli
     return LoadAuthPolicyGPO(key.Get(), name, value);
 }
 
+wstr AuthPolicyKey(LPCWSTR path, LPCWSTR name, const CPolicyValue& value) {
+    return value.Type() == OV_TYPE_DWORD ? wstr(path).append(1, W('\\')).append(BitsPath(name)) : ListPath(path);
+}
+
 HRESULT SaveAuthPolicyGPO(HKEY rootParent, LPCWSTR path, LPCWSTR name, const OV_SERVER_VALUE& value) noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::SaveAuthPolicyGPO", 0);
     return AtBoundary(scope, [&]() -> HRESULT {

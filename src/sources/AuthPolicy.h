@@ -22,6 +22,9 @@ HRESULT LoadAuthPolicyGPO(HKEY root, LPCWSTR name, CPolicyValue& value);
 // The same for the key `path` below `rootParent`; 0x80070002 too when that cannot be opened.
 HRESULT ReadAuthPolicyFromKey(HKEY rootParent, LPCWSTR path, LPCWSTR name, CPolicyValue& value);
 
+// The key in which a value lies that one of the two above has read, with `path` for the root's own path.
+wstr AuthPolicyKey(LPCWSTR path, LPCWSTR name, const CPolicyValue& value);
+
 // Writes types 3 and 4 as the plain number and type 11 as a list, and takes the other form away first, so that a policy
 // has one of the two after each write. 0x80070057 for every other type; else the Win32 error of the failed step.
 HRESULT SaveAuthPolicyGPO(HKEY rootParent, LPCWSTR path, LPCWSTR name, const OV_SERVER_VALUE& value) noexcept;

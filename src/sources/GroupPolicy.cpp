@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr LPCWSTR kGroupPolicyKey = W("SOFTWARE\\Policies\\Orvantis");
-
 bool IsExcluded(LPCWSTR path) noexcept {
     return CompareNames(path, AppsPolicyPrefix.data()) == 0 || CompareNames(path, W("AuthenticationPolicies")) == 0;
 }
@@ -27,8 +25,18 @@ wstr NameBelow(const wstr& path, LPCWSTR leaf) {
     return name.append(path).append(1, W('\\')).append(leaf);
 }
 
+// A key whose subkeys are being walked. The levels lie on the heap: a tree may be deeper than the stack.
+struct CLevel {
+    CRegistryKey key;
+    wstr path;  // relative to the root, empty for the root itself
+    DWORD next = 0;
+};
+
+}  // namespace
+
 // Takes one value over, unless a stronger one is there. The trace line is written all the same.
-void InsertValue(CPolicyMap& items, const CValueWalk& walk, const wstr& path, OVTraceNS::CTraceScope& scope) {
+void CServerInfo::InsertGPOValue(const CValueWalk& walk, const wstr& path, LPCWSTR key,
+                                 OVTraceNS::CTraceScope& scope) {
     CPolicyItem item{NameBelow(path, walk.Name()), {}};
     const LPCWSTR name = item.name.c_str();
     DWORD number = 0;
@@ -45,19 +53,20 @@ void InsertValue(CPolicyMap& items, const CValueWalk& walk, const wstr& path, OV
         item.value.SetNumber(OV_TYPE_QWORD, large);
     } else {
         scope.Print("%ls - unexpected type (%ld)", name, walk.Type());
+        if (m_observer) m_observer->PassedOver(Oddity::kRegistryType, name, {nullptr, key});
         return;
     }
-    items.Insert(std::move(item));
+    InsertFromKey(std::move(item), key);
 }
 
-// A key whose subkeys are being walked. The levels lie on the heap: a tree may be deeper than the stack.
-struct CLevel {
-    CRegistryKey key;
-    wstr path;  // relative to the root, empty for the root itself
-    DWORD next = 0;
-};
-
-}  // namespace
+void CServerInfo::InsertFromKey(CPolicyItem item, LPCWSTR key) {
+    if (!m_observer) {
+        m_machineItems.Insert(std::move(item));
+        return;
+    }
+    const bool kept = m_machineItems.Insert(item);
+    m_observer->Delivered(item, kept, {nullptr, key});
+}
 
 void CServerInfo::InsertGPOValues(LPCWSTR szSubKey) {
     std::vector<CLevel> levels;
@@ -102,11 +111,13 @@ bool CServerInfo::InsertGPOKey(const wstr& path, CRegistryKey& key) {
     }
     scope.Print("dwMaxSubKeyLen=%ld dwMaxValNameLen=%ld dwMaxValLen=%ld", walk.LongestSubkey(), walk.LongestName(),
                 walk.LongestData());
-    while (walk.Next()) InsertValue(m_machineItems, walk, path, scope);
+    while (walk.Next()) InsertGPOValue(walk, path, fullPath.c_str(), scope);
     return true;
 }
 
 void CServerInfo::InsertAuthPolicyGPO(HKEY hKey, LPCWSTR name) {
     CPolicyItem item{name, {}};
-    if (SUCCEEDED(LoadAuthPolicyGPO(hKey, name, item.value))) m_machineItems.Insert(std::move(item));
+    if (FAILED(LoadAuthPolicyGPO(hKey, name, item.value))) return;
+    const wstr key = m_observer ? AuthPolicyKey(kGroupPolicyKey, name, item.value) : wstr();
+    InsertFromKey(std::move(item), key.c_str());
 }

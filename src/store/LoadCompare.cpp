@@ -1,13 +1,11 @@
 // The store's life: filled from its sources, in order of precedence, and compared with what it was.
 //
-// The first source that delivers a name wins, since the map never replaces:
-//
-//   1  the machine's Group Policy          where Userenv.dll could be loaded
-//
+// The first source that delivers a name wins, since the map never replaces. sources/PolicySources.h has their order.
 // The local keys are no source: they are read at each query.
 #include <utility>
 
 #include "module/Failure.h"
+#include "sources/WorkgroupFiles.h"
 #include "store/ServerInfo.h"
 
 namespace {
@@ -82,22 +80,42 @@ void CServerInfo::LoadMachineAll(bool enterPolicySection) {
     CLockGuard lock(m_lock);
     CLoadReport report;
     report.number = m_lastLoad.number + 1;
-    report.cause = enterPolicySection ? LoadCause::kPolicyChange : LoadCause::kFirstQuery;
+    report.cause = enterPolicySection ? LoadCause::kPolicyChange
+                   : m_initialized    ? LoadCause::kReload
+                                      : LoadCause::kFirstQuery;
     GetLocalTime(&report.begun);
     const DWORD begun = GetTickCount();
 
     const CPolicyMap before = std::exchange(m_machineItems, {});
-    if (m_gpo.hLib) {
-        const CPolicySection section(m_gpo, enterPolicySection);
-        InsertGPOValues(nullptr);
-        scope.Print("Read %d GPO entries", static_cast<DWORD>(m_machineItems.Size()));
-    }
+    for (const PolicySource& source : kPolicySources) ReadSource(source, enterPolicySection, scope);
     // What a delivery that is under way still holds stays with it.
     m_changedItems = std::make_shared<const CPolicyMap>(ChangesBetween(before, m_machineItems, report, scope));
 
     report.items = static_cast<DWORD>(m_machineItems.Size());
     report.milliseconds = GetTickCount() - begun;
     m_lastLoad = report;
+}
+
+// The section covers the registry and none of the files.
+void CServerInfo::ReadSource(const PolicySource& source, bool enterPolicySection, OVTraceNS::CTraceScope& scope) {
+    const bool served = m_gpo.hLib || !source.withEngine;
+    if (source.form == PolicyForm::kRegistry) {
+        if (m_observer) m_observer->Source(source, kGroupPolicyKey, served);
+        if (!served) return;
+        const CPolicySection section(m_gpo, enterPolicySection);
+        InsertGPOValues(nullptr);
+        scope.Print("Read %d GPO entries", static_cast<DWORD>(m_machineItems.Size()));
+        return;
+    }
+    const wstr path = BuildDataFilePath(source.folder, source.file);
+    if (m_observer) m_observer->Source(source, path.c_str(), served && PathFileExistsW(path.c_str()));
+    if (!served) return;
+    source.form == PolicyForm::kSettings ? ReadSettingsFile(path.c_str()) : ReadAuthPolicyFile(path.c_str());
+}
+
+void CServerInfo::Observe(CLoadObserver* observer) noexcept {
+    CLockGuard lock(m_lock);
+    m_observer = observer;
 }
 
 CLoadReport CServerInfo::LastLoad() noexcept {

@@ -3,7 +3,7 @@
 
 #include "Platform.h"
 
-enum class LoadCause { kNone, kFirstQuery, kPolicyChange };
+enum class LoadCause { kNone, kFirstQuery, kPolicyChange, kReload };
 
 struct CLoadReport {
     DWORD number = 0;  // of the loads of this object; 0 before the first

@@ -4,6 +4,7 @@ std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcep
     static constexpr InterfaceEntry<CServerInfo> kMap[] = {
         {IID_IOVServerInfo2, &InterfaceOf<CServerInfo, IOVServerInfo2>},
         {IID_IOVServerInfo, &InterfaceOf<CServerInfo, IOVServerInfo>},
+        {IID_IOVServerInfoExt, &InterfaceOf<CServerInfo, IOVServerInfoExt>},
         {IID_IOVServerInfoNotify, &InterfaceOf<CServerInfo, IOVServerInfoNotify>},
     };
     return kMap;

@@ -20,15 +20,22 @@
 #include "module/RegistryKey.h"
 #include "notify/NotificationSubscriber.h"
 #include "notify/PolicyRefresh.h"
+#include "sources/LoadObserver.h"
 #include "store/LoadReport.h"
 #include "store/PolicyMap.h"
+
+class CValueWalk;
+class CExtXMLPolicyReader;
 
 class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
                     public CComCoClass<CServerInfo, &CLSID_ServerInfo>,
                     public CGPNotifyImpl<CServerInfo>,
                     public IOVServerInfo2,
+                    public IOVServerInfoExt,
                     public IOVServerInfoNotify {
   public:
+    using CExtXMLPolicyReader = ::CExtXMLPolicyReader;
+
     static std::span<const InterfaceEntry<CServerInfo>> InterfaceMap() noexcept;
 
     // Queries: store/ItemQueries.cpp. Described in the public header.
@@ -42,6 +49,10 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     STDMETHOD(DeleteItem)(LPCWSTR name) override;
     STDMETHOD(SetItem)(LPCWSTR name, const OV_SERVER_VALUE* value) override;
 
+    // Workgroup policies: sources/WorkgroupPolicies.cpp. Described in the public header.
+    STDMETHOD(SetWorkgroupPolicies)() override;
+    STDMETHOD(CopyWorkgroupPoliciesLocally)(LPCWSTR xml) override;
+
     // Changes: notify/Subscribers.cpp. Described in the public header.
     STDMETHOD(RegisterNotification)(LPCWSTR name, IOVInfoChangeCallback* callback, DWORD* cookie) override;
     STDMETHOD(UnregisterNotification)(DWORD cookie) override;
@@ -52,9 +63,11 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool PutOffEnd() noexcept;  // notify/Refresh.cpp
     void FinalRelease() noexcept;
 
-    // For the tools of this tree, which tell what no interface does. Both take m_lock.
+    // For the tools of this tree, which tell what no interface does. All take m_lock.
     CLoadReport LastLoad() noexcept;
     CPolicyMap ManagedItems();  // a copy
+    // From now on `observer` looks on at every load; null for none. It outlives the object or is taken away.
+    void Observe(CLoadObserver* observer) noexcept;
 
   protected:
     // Load and compare: store/LoadCompare.cpp. Failures are raised.
@@ -65,6 +78,16 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     void InsertGPOValues(LPCWSTR szSubKey);  // relative to the root of the tree; null for the root itself
     bool InsertGPOKey(const wstr& path, CRegistryKey& key);
     void InsertAuthPolicyGPO(HKEY hKey, LPCWSTR name);
+    // An item of a registry key, below HKEY_LOCAL_MACHINE; a stronger one stays.
+    void InsertFromKey(CPolicyItem item, LPCWSTR key);
+
+    // Policy files: sources/WorkgroupPolicies.cpp. A file that is not there is passed over. The caller holds m_lock.
+    void ReadAuthPolicyFile(LPCWSTR path);
+    void ReadSettingsFile(LPCWSTR path);
+
+    // Writes the items of `map` below `path`, each at the place that its name gives: sources/PolicySave.cpp. What
+    // becomes of single items stands in the trace.
+    HRESULT SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path) noexcept;
 
     // Policy refresh: notify/Refresh.cpp. Subscribe is nonzero when the subscription stands.
     BOOL Subscribe();
@@ -85,6 +108,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     std::shared_ptr<const CPolicyMap> m_changedItems = std::make_shared<const CPolicyMap>();  // see ChangedItems
     std::map<DWORD, CNotificationSubscriber> m_subscribers;                                   // by cookie
     CLoadReport m_lastLoad;
+    CLoadObserver* m_observer = nullptr;  // not owned
     bool m_initialized = false;  // Initialize has done its work
     bool m_subscribed = false;   // the Group Policy subscription exists
     bool m_terminating = false;  // no new subscribers
@@ -98,6 +122,9 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     template <class Use>
     void ForEachSubscriber(Use use);
 
+    void InsertGPOValue(const CValueWalk& walk, const wstr& path, LPCWSTR key, OVTraceNS::CTraceScope& scope);
+    void ReadSource(const PolicySource& source, bool enterPolicySection, OVTraceNS::CTraceScope& scope);
+    void ReadPolicyFile(LPCWSTR path, PolicyForm form);
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);
     void FindMachineValue(OV_SERVER_INFO_EX& record, bool defaultOnly, OVTraceNS::CTraceScope& scope);

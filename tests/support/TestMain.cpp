@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "Platform.h"
 #include "support/ChildRole.h"
 #include "support/Gaps.h"
 
@@ -12,5 +13,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 2;
     }
+    // Hosts of COM components do; the system's XML document wants it.
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     return RUN_ALL_TESTS();
 }

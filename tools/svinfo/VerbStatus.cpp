@@ -129,6 +129,8 @@ const char* CauseName(LoadCause cause) noexcept {
             return "first-query";
         case LoadCause::kPolicyChange:
             return "policy-change";
+        case LoadCause::kReload:
+            return "reload";
         case LoadCause::kNone:
             break;
     }

@@ -26,6 +26,9 @@ __attribute__((visibility("default"))) std::size_t wcslen(const WCHAR* text) noe
 // Folds the 52 ASCII letters and nothing else, to lower case, so that '_' sorts before the letters.
 __attribute__((visibility("default"))) int _wcsicmp(const WCHAR* a, const WCHAR* b) noexcept;
 
+// Lowers the units in place, by the inverse of the upcase of names. Gives `length`.
+OVLAYER_API DWORD WINAPI CharLowerBuffW(LPWSTR text, DWORD length);
+
 // Base 2 to 36, or 0. Blanks and digits of ASCII only: other blanks end the number, and other decimal digits are no
 // digits, where the platform knows some. Overflow gives all bits set (1 behind a minus sign) and errno ERANGE. wcstoul
 // has 32 bits.

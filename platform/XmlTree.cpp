@@ -1,0 +1,95 @@
+#include "XmlTree.h"
+
+#include <algorithm>
+#include <iterator>
+
+CXmlTree::CXmlTree() {
+    std::fill(std::begin(m_recent), std::end(m_recent), kNoXmlName);
+    Add(kXmlDocument, NODE_DOCUMENT, 0);
+}
+
+CXmlTree::~CXmlTree() = default;
+
+ULONG CXmlTree::Release() noexcept {
+    const ULONG left = --m_references;
+    if (left == 0) delete this;
+    return left;
+}
+
+CXmlNode* CXmlTree::Root() const noexcept {
+    for (XmlIndex index = Document().first; index != kNoXmlNode; index = Node(index).next) {
+        if (Node(index).kind == NODE_ELEMENT) return &Node(index);
+    }
+    return nullptr;
+}
+
+XmlIndex CXmlTree::Add(XmlIndex parent, int kind, std::uint32_t offset) {
+    if (m_size == kMostNodes) return kNoXmlNode;
+    if (m_size % kBlock == 0) m_blocks.push_back(std::make_unique<Slot[]>(kBlock));
+    const auto index = static_cast<XmlIndex>(m_size++);
+    new (&Node(index)) CXmlNode(*this, kind, parent, offset);
+    if (index == kXmlDocument || kind == kXmlEntityContent) return index;
+    CXmlNode& above = Node(parent);
+    if (above.last == kNoXmlNode) {
+        above.first = index;
+    } else {
+        Node(above.last).next = index;
+    }
+    above.last = index;
+    return index;
+}
+
+XmlName CXmlTree::FindName(std::string_view qualified) const noexcept {
+    for (const XmlName recent : m_recent) {
+        if (recent != kNoXmlName && m_names[recent] == qualified) return recent;
+    }
+    const auto found = m_nameIds.find(qualified);
+    return found == m_nameIds.end() ? kNoXmlName : found->second;
+}
+
+XmlName CXmlTree::NameOf(std::string_view qualified) {
+    XmlName id = FindName(qualified);
+    if (id == kNoXmlName) {
+        if (m_names.size() == kNoXmlName) throw std::bad_alloc();
+        id = static_cast<XmlName>(m_names.size());
+        m_names.emplace_back(qualified);
+        m_nameIds.emplace(m_names.back(), id);
+    }
+    if (std::find(std::begin(m_recent), std::end(m_recent), id) == std::end(m_recent)) {
+        m_recent[m_oldest++ % kRecent] = id;
+    }
+    return id;
+}
+
+std::string_view CXmlTree::LocalName(XmlName name) const noexcept {
+    const std::string_view qualified = Name(name);
+    const std::size_t colon = qualified.find(':');
+    return colon == std::string_view::npos ? qualified : qualified.substr(colon + 1);
+}
+
+unsigned CXmlTree::UnitAt(std::uint32_t offset) const noexcept {
+    const auto byte = [&](std::size_t at) -> unsigned {
+        return at < source.size() ? static_cast<unsigned char>(source[at]) : 0;
+    };
+    if (sourceUnit == 1) return byte(offset);
+    const unsigned one = byte(offset), two = byte(std::size_t{offset} + 1);
+    return bigEndian ? one << 8 | two : two << 8 | one;
+}
+
+std::pair<DWORD, DWORD> CXmlTree::PlaceOf(std::uint32_t offset) {
+    if (offset < m_scanned) {
+        m_scanned = 0;
+        m_line = m_column = 1;
+    }
+    const auto step = static_cast<std::uint32_t>(sourceUnit);
+    for (; m_scanned < offset && m_scanned < source.size(); m_scanned += step) {
+        const unsigned unit = UnitAt(m_scanned);
+        if (unit == '\n' || (unit == '\r' && UnitAt(m_scanned + step) != '\n')) {
+            ++m_line;
+            m_column = 1;
+        } else if (sourceUnit == 2 ? (unit & 0xFC00) != 0xDC00 && unit != 0xFEFF : (unit & 0xC0) != 0x80) {
+            ++m_column;
+        }
+    }
+    return {m_line, m_column};
+}

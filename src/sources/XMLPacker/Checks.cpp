@@ -1,0 +1,12 @@
+#include "sources/XMLPacker/Checks.h"
+
+#include "diagnostics/TraceScope.h"
+
+void OVXMLCheck::Fail(const char* expression, ULONG code, const std::source_location& where) {
+    {
+        OVTraceNS::CTraceScope scope("---", 0);
+        scope.Print("%s, result: 0x%08X", expression, static_cast<DWORD>(code));
+        scope.Print("( file %s, line %d )", "XMLPacker", static_cast<int>(where.line()));
+    }
+    throw code;
+}
