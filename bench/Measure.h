@@ -90,6 +90,7 @@ inline void Compare(const char* measure, const Limits& limits, const Work& ours,
 void Queries();
 void Registry();
 void Loads();
+void Documents();
 void Tracing();
 void Startup(const char* folder);
 

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     bench::Queries();
     bench::Registry();
     bench::Loads();
+    bench::Documents();
     bench::Tracing();
     bench::Startup(argv[1]);
 }

@@ -112,9 +112,9 @@ Number ReadNumber(const WCHAR* text, WCHAR** end, int base) noexcept {
     Number number = 0;
     bool overflow = false;
     for (int digit = Base36(*at); digit < base; digit = Base36(*++at)) {
-        const auto next = static_cast<Number>(digit);
-        overflow = overflow || number > (kMost - next) / unsignedBase;
-        number = static_cast<Number>(number * unsignedBase + next);
+        Number grown;
+        overflow = __builtin_mul_overflow(number, unsignedBase, &grown) || overflow;
+        overflow = __builtin_add_overflow(grown, static_cast<Number>(digit), &number) || overflow;
     }
     if (at == digits) return 0;
     if (end) *end = const_cast<WCHAR*>(at);

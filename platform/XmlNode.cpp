@@ -1,6 +1,7 @@
 // Nodes and lists of them, as clients see them.
 #include "XmlTree.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <tuple>
@@ -70,37 +71,32 @@ HRESULT GiveList(CXmlTree& tree, IXMLDOMNodeList** out, Fill fill) noexcept {
 // A tag of a query, in UTF-8 without an allocation for what is usual.
 class CQueryName {
   public:
-    explicit CQueryName(BSTR query) {
-        const char16_t* at = query;
-        const char16_t* const end = query + SysStringLen(query);
-        char bytes[4];
-        while (at != end) {
-            const char32_t point = NextUtf16(at, end);
-            Append({bytes, PutUtf8(point == kBadText ? kReplacement : point, bytes)});
-        }
-    }
-    std::string_view Text() const noexcept { return m_long.empty() ? std::string_view(m_short, m_length) : m_long; }
-    bool IsAll() const noexcept { return Text() == "*"; }
+    explicit CQueryName(BSTR query) : m_tag(Narrow(query)) {}
+    const CXmlTag& Tag() const noexcept { return m_tag; }
+    bool IsAll() const noexcept { return m_tag.text == "*"; }
     // A tag, with or without a prefix. Not by the letter of the standard, but no other query is one.
     bool IsName() const noexcept {
-        const std::string_view text = Text();
+        const std::string_view text = m_tag.text;
         if (text.empty() || text[0] == '-' || text[0] == '.' || (text[0] >= '0' && text[0] <= '9')) return false;
-        return text.find_first_of(" \t\r\n/|*@()[]<>='\",!&$#;+?{}^`~\\%") == std::string_view::npos;
+        return std::all_of(text.begin(), text.end(), [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == ':' ||
+                   c == '-' || c == '.' || static_cast<unsigned char>(c) >= 0x80;
+        });
     }
 
   private:
-    void Append(std::string_view piece) {
-        if (m_long.empty() && m_length + piece.size() <= sizeof m_short) {
-            std::memcpy(m_short + m_length, piece.data(), piece.size());
-            m_length += piece.size();
-            return;
+    std::string_view Narrow(BSTR query) {
+        const std::u16string_view units(query, SysStringLen(query));
+        if (units.size() > sizeof m_short) return m_long = ToUtf8(units);
+        for (std::size_t i = 0; i < units.size(); ++i) {
+            if (units[i] >= 0x80) return m_long = ToUtf8(units);
+            m_short[i] = static_cast<char>(units[i]);
         }
-        if (m_long.empty()) m_long.assign(m_short, m_length);
-        m_long += piece;
+        return {m_short, units.size()};
     }
     char m_short[64];
-    std::size_t m_length = 0;
     std::string m_long;
+    CXmlTag m_tag;
 };
 
 const char* KindName(unsigned kind) noexcept {
@@ -136,6 +132,7 @@ BSTR BstrOf(std::string_view utf8) noexcept {
             at += kStep;
             to += kStep;
         }
+        while (at != end && static_cast<unsigned char>(*at) < 0x80) *to++ = static_cast<unsigned char>(*at++);
         if (at != end) to += PutUtf16(NextUtf8(at, end), to);
     }
     const auto units = static_cast<UINT>(to - out);
@@ -155,19 +152,20 @@ HRESULT FindElements(CXmlTree& tree, BSTR name, IXMLDOMNodeList** found) noexcep
     *found = nullptr;
     return XmlGuarded([&]() -> HRESULT {
         const CQueryName query(name);
-        if (query.Text() == "/") return E_FAIL;
+        if (query.Tag().text == "/") return E_FAIL;
+        std::vector<bool> wanted(tree.NameCount());
+        std::size_t left = 0;
+        for (XmlName id = 0; id < tree.NameCount(); ++id) {
+            wanted[id] = query.IsAll() || tree.LocalName(id) == query.Tag().text;
+            if (wanted[id]) left += tree.Bearers(id);
+        }
         return GiveList(tree, found, [&](std::vector<XmlIndex>& nodes) {
-            // In document order, from node to node.
-            for (XmlIndex at = tree.Document().first; at != kNoXmlNode;) {
+            // Nodes are numbered in document order.
+            for (XmlIndex at = 0; left != 0; ++at) {
                 const CXmlNode& node = tree.Node(at);
-                if (node.kind == NODE_ELEMENT && (query.IsAll() || tree.LocalName(node.name) == query.Text())) {
-                    nodes.push_back(at);
-                }
-                XmlIndex next = node.kind == NODE_ELEMENT ? node.first : kNoXmlNode;
-                for (XmlIndex up = at; next == kNoXmlNode && up != kXmlDocument; up = tree.Node(up).parent) {
-                    next = tree.Node(up).next;
-                }
-                at = next;
+                if (node.kind != NODE_ELEMENT || node.inEntity || !wanted[node.name]) continue;
+                nodes.push_back(at);
+                --left;
             }
         });
     });
@@ -216,12 +214,7 @@ STDMETHODIMP CXmlNode::get_text(BSTR* text) {
     // By far the most elements hold one run of text.
     const CXmlNode* only = kind == NODE_ELEMENT && first == last ? &m_tree->Node(first) : nullptr;
     if (only && first != kNoXmlNode && only->kind == NODE_TEXT && !only->preserve) {
-        std::string_view content = m_tree->PoolText(*only);
-        constexpr const char* kBlanks = " \t\r\n";
-        const std::size_t begin = content.find_first_not_of(kBlanks);
-        if (begin == std::string_view::npos) return GiveBstr({}, text);
-        content = content.substr(begin, content.find_last_not_of(kBlanks) + 1 - begin);
-        return GiveBstr(content, text);
+        return GiveBstr(XmlTrimmed(m_tree->PoolText(*only)), text);
     }
     return XmlGuarded([&] { return GiveBstr(XmlTextOf(*this), text); });
 }
@@ -238,7 +231,7 @@ STDMETHODIMP CXmlNode::selectNodes(BSTR query, IXMLDOMNodeList** found) {
     return XmlGuarded([&]() -> HRESULT {
         const CQueryName tag(query);
         if (!tag.IsAll() && !tag.IsName()) return E_FAIL;
-        const XmlName wanted = m_tree->FindName(tag.Text());
+        const XmlName wanted = m_tree->FindName(tag.Tag());
         return GiveList(*m_tree, found, [&](std::vector<XmlIndex>& nodes) {
             for (XmlIndex at = first; at != kNoXmlNode; at = m_tree->Node(at).next) {
                 const CXmlNode& child = m_tree->Node(at);
@@ -254,7 +247,7 @@ STDMETHODIMP CXmlNode::selectSingleNode(BSTR query, IXMLDOMNode** found) {
     return XmlGuarded([&]() -> HRESULT {
         const CQueryName tag(query);
         if (!tag.IsAll() && !tag.IsName()) return E_FAIL;
-        const XmlName wanted = m_tree->FindName(tag.Text());
+        const XmlName wanted = m_tree->FindName(tag.Tag());
         for (XmlIndex at = first; at != kNoXmlNode; at = m_tree->Node(at).next) {
             CXmlNode& child = m_tree->Node(at);
             if (child.kind != NODE_ELEMENT || (!tag.IsAll() && child.name != wanted)) continue;

@@ -117,6 +117,7 @@ class CXmlBuilder {
     void OnOther(const char*, int) {}
 
     void SetHandlers();
+    std::uint32_t OffsetOf(int kind) const noexcept;
     CXmlNode& Add(int kind);
     CXmlNode& Above() const noexcept { return m_tree.Node(m_above); }
     void CloseText();
@@ -141,7 +142,6 @@ class CXmlBuilder {
     bool m_blank = false;           // blanks stood where the next node begins
     bool m_namedEncoding = false;
     std::uint32_t m_textStart = 0;
-    std::uint32_t m_textOffset = 0;
     std::string m_attributes;  // of the element to come
     std::string m_qualified;
     std::map<std::string, Entity, std::less<>> m_entities;
@@ -176,9 +176,15 @@ void CXmlBuilder::SetHandlers() {
     XML_SetUnknownEncodingHandler(m_parser, OnUnknownEncoding, nullptr);
 }
 
+// Where the event is that is being told; nobody asks it of text.
+std::uint32_t CXmlBuilder::OffsetOf(int kind) const noexcept {
+    if (m_entityDepth > 0) return m_entityOffset;
+    if (kind == NODE_TEXT || kind == NODE_CDATA_SECTION) return Above().offset;
+    return static_cast<std::uint32_t>(XML_GetCurrentByteIndex(m_parser));
+}
+
 CXmlNode& CXmlBuilder::Add(int kind) {
-    const std::uint32_t offset =
-        m_entityDepth > 0 ? m_entityOffset : static_cast<std::uint32_t>(XML_GetCurrentByteIndex(m_parser));
+    const std::uint32_t offset = OffsetOf(kind);
     const XmlIndex index = m_tree.Add(m_above, kind, offset);
     if (index == kNoXmlNode) throw CRefusal{"more than 8,388,608 nodes"};
     CXmlNode& node = m_tree.Node(index);
@@ -193,13 +199,12 @@ void CXmlBuilder::CloseText() {
     if (!m_hasText) return;
     m_hasText = false;
     const std::string_view run = std::string_view(m_tree.pool).substr(m_textStart);
-    if (!m_isCData && !Above().preserve && run.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+    if (!m_isCData && !Above().preserve && XmlTrimmed(run).empty()) {
         m_tree.pool.resize(m_textStart);
         m_blank = true;
         return;
     }
     CXmlNode& node = Add(m_isCData ? NODE_CDATA_SECTION : NODE_TEXT);
-    node.offset = m_textOffset;
     node.start = m_textStart;
     node.length = static_cast<std::uint32_t>(run.size());
     m_textBytes += run.size();
@@ -256,8 +261,9 @@ void CXmlBuilder::OnNamespace(const char* prefix, const char* uri) {
 
 // The name as it was written, of one in parts.
 std::string_view Qualified(const char* parts, std::string& room) {
-    const char* const local = std::strchr(parts, kNamePart);
-    if (!local) return parts;
+    const char* local = parts;
+    while (*local && *local != kNamePart) ++local;
+    if (!*local) return {parts, local};
     const char* const prefix = std::strchr(local + 1, kNamePart);
     if (!prefix) return local + 1;
     room.assign(prefix + 1).append(":").append(local + 1, prefix);
@@ -268,7 +274,9 @@ void CXmlBuilder::OnStart(const char* name, const char** attributes) {
     CloseText();
     if (++m_depth > kDeepest) throw CRefusal{"deeper than 512 levels"};
     CXmlNode& node = Add(NODE_ELEMENT);
-    node.name = m_tree.NameOf(Qualified(name, m_qualified)) & kNoXmlName;
+    const XmlName tag = m_tree.NameOf(CXmlTag(Qualified(name, m_qualified)));
+    node.name = tag & kNoXmlName;
+    if (!node.inEntity) ++m_tree.Bearers(tag);
     m_above = static_cast<XmlIndex>(m_tree.Size() - 1);
     const int given = XML_GetSpecifiedAttributeCount(m_parser);  // without those of the DTD's defaults
     for (int i = 0; i < given; i += 2) {
@@ -295,8 +303,6 @@ void CXmlBuilder::OnText(const char* text, int length) {
     if (!m_hasText) {
         m_hasText = true;
         m_textStart = static_cast<std::uint32_t>(m_tree.pool.size());
-        m_textOffset = static_cast<std::uint32_t>(XML_GetCurrentByteIndex(m_parser));
-        if (m_entityDepth > 0) m_textOffset = m_entityOffset;
     }
     m_tree.pool.append(text, static_cast<std::size_t>(length));
 }

@@ -1,10 +1,6 @@
 #include "XmlTree.h"
 
-#include <algorithm>
-#include <iterator>
-
 CXmlTree::CXmlTree() {
-    std::fill(std::begin(m_recent), std::end(m_recent), kNoXmlName);
     Add(kXmlDocument, NODE_DOCUMENT, 0);
 }
 
@@ -30,6 +26,7 @@ XmlIndex CXmlTree::Add(XmlIndex parent, int kind, std::uint32_t offset) {
     new (&Node(index)) CXmlNode(*this, kind, parent, offset);
     if (index == kXmlDocument || kind == kXmlEntityContent) return index;
     CXmlNode& above = Node(parent);
+    Node(index).inEntity = above.inEntity || above.kind == kXmlEntityContent;
     if (above.last == kNoXmlNode) {
         above.first = index;
     } else {
@@ -39,25 +36,26 @@ XmlIndex CXmlTree::Add(XmlIndex parent, int kind, std::uint32_t offset) {
     return index;
 }
 
-XmlName CXmlTree::FindName(std::string_view qualified) const noexcept {
-    for (const XmlName recent : m_recent) {
-        if (recent != kNoXmlName && m_names[recent] == qualified) return recent;
+XmlName CXmlTree::FindName(const CXmlTag& tag) const noexcept {
+    for (const Recent& recent : m_recent) {
+        if (recent.tag == tag && recent.id != kNoXmlName) return recent.id;
     }
-    const auto found = m_nameIds.find(qualified);
+    const auto found = m_nameIds.find(tag.text);
     return found == m_nameIds.end() ? kNoXmlName : found->second;
 }
 
-XmlName CXmlTree::NameOf(std::string_view qualified) {
-    XmlName id = FindName(qualified);
+XmlName CXmlTree::NameOf(const CXmlTag& tag) {
+    for (const Recent& recent : m_recent) {
+        if (recent.tag == tag && recent.id != kNoXmlName) return recent.id;
+    }
+    XmlName id = FindName(tag);
     if (id == kNoXmlName) {
         if (m_names.size() == kNoXmlName) throw std::bad_alloc();
         id = static_cast<XmlName>(m_names.size());
-        m_names.emplace_back(qualified);
-        m_nameIds.emplace(m_names.back(), id);
+        m_names.push_back({std::string(tag.text)});
+        m_nameIds.emplace(m_names.back().text, id);
     }
-    if (std::find(std::begin(m_recent), std::end(m_recent), id) == std::end(m_recent)) {
-        m_recent[m_oldest++ % kRecent] = id;
-    }
+    m_recent[m_oldest++ % kRecent] = {CXmlTag(Name(id)), id};
     return id;
 }
 

@@ -7,7 +7,9 @@
 // Fails    for want of memory, by std::bad_alloc.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <string>
@@ -26,6 +28,30 @@ inline constexpr XmlIndex kNoXmlNode = 0;    // and nobody's child
 using XmlName = std::uint32_t;
 inline constexpr XmlName kNoXmlName = 0xFFFFFF;
 
+// Blanks, as XML has them.
+constexpr bool IsXmlBlank(char c) noexcept {
+    return c == ' ' || c == '\n' || c == '\r' || c == '\t';
+}
+// The text without the blanks at its ends.
+constexpr std::string_view XmlTrimmed(std::string_view text) noexcept {
+    while (!text.empty() && IsXmlBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsXmlBlank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+// A tag with its first bytes as a number, which tells most tags apart at once.
+struct CXmlTag {
+    explicit CXmlTag(std::string_view tag) noexcept : text(tag) {
+        std::memcpy(&start, tag.data(), std::min(tag.size(), sizeof start));
+    }
+    bool operator==(const CXmlTag& other) const noexcept {
+        if (start != other.start || text.size() != other.text.size()) return false;
+        return text.size() <= sizeof start || text == other.text;
+    }
+    std::string_view text;
+    std::uint64_t start = 0;
+};
+
 // What expat has no name for: the content of an entity, above its nodes.
 inline constexpr int kXmlEntityContent = 15;
 
@@ -33,7 +59,7 @@ class CXmlNode final : public IXMLDOMElement {
   public:
     CXmlNode(CXmlTree& tree, int nodeKind, XmlIndex parentIndex, std::uint32_t sourceOffset) noexcept
         : parent(parentIndex), offset(sourceOffset), name(kNoXmlName), kind(static_cast<unsigned>(nodeKind) & 15),
-          blankBefore(false), blankAtEnd(false), preserve(false), m_tree(&tree) {}
+          blankBefore(false), blankAtEnd(false), preserve(false), inEntity(false), m_tree(&tree) {}
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
     STDMETHODIMP_(ULONG) AddRef() override;
@@ -62,6 +88,7 @@ class CXmlNode final : public IXMLDOMElement {
     std::uint32_t blankBefore : 1;
     std::uint32_t blankAtEnd : 1;  // before the end tag
     std::uint32_t preserve : 1;    // blanks count, by xml:space
+    std::uint32_t inEntity : 1;    // below the content of an entity
 
   private:
     CXmlTree* m_tree;
@@ -88,10 +115,14 @@ class CXmlTree {
     // A new last child; of no node for the content of an entity. Null when the tree is full.
     XmlIndex Add(XmlIndex parent, int kind, std::uint32_t offset);
 
-    XmlName NameOf(std::string_view qualified);                      // kept from now on
-    XmlName FindName(std::string_view qualified) const noexcept;     // kNoXmlName when no node bears it
-    std::string_view Name(XmlName name) const noexcept { return m_names[name]; }
+    XmlName NameOf(std::string_view qualified) { return NameOf(CXmlTag(qualified)); }  // kept from now on
+    XmlName NameOf(const CXmlTag& tag);
+    XmlName FindName(const CXmlTag& tag) const noexcept;  // kNoXmlName when no node bears it
+    std::string_view Name(XmlName name) const noexcept { return m_names[name].text; }
+    std::size_t NameCount() const noexcept { return m_names.size(); }
     std::string_view LocalName(XmlName name) const noexcept;
+    // How many elements bear it, outside of entities.
+    std::size_t& Bearers(XmlName name) noexcept { return m_names[name].bearers; }
 
     std::string_view PoolText(const CXmlNode& node) const noexcept {
         return std::string_view(pool).substr(node.start, node.length);
@@ -118,9 +149,18 @@ class CXmlTree {
     ULONG m_references = 1;
     std::size_t m_size = 0;
     std::vector<std::unique_ptr<Slot[]>> m_blocks;
-    std::deque<std::string> m_names;
+    struct CName {
+        std::string text;
+        std::size_t bearers = 0;
+    };
+    std::deque<CName> m_names;
     std::unordered_map<std::string_view, XmlName> m_nameIds;
-    XmlName m_recent[kRecent];  // documents use few names, over and over
+    // Documents use few names, over and over.
+    struct Recent {
+        CXmlTag tag{{}};
+        XmlName id = kNoXmlName;
+    };
+    Recent m_recent[kRecent];
     std::size_t m_oldest = 0;
     // Where PlaceOf has come to.
     std::uint32_t m_scanned = 0;

@@ -1,4 +1,6 @@
 // A whole map written into a registry key, each item at the place that its name gives.
+#include "sources/PolicySave.h"
+
 #include "module/Failure.h"
 #include "sources/AuthPolicy.h"
 #include "store/PolicyKey.h"
@@ -6,9 +8,6 @@
 #include "store/ServerInfo.h"
 
 namespace {
-
-// Which authentication domains are disabled: never written here.
-constexpr LPCWSTR kDisabledDomains = W("CommonSettings\\{1750cc24-5adb-4d63-b4a5-9a25c252275a}\\DisableApps");
 
 HRESULT WriteValue(CRegistryKey& key, LPCWSTR name, const CPolicyValue& value) noexcept {
     switch (value.Type()) {
@@ -37,6 +36,10 @@ HRESULT SaveItem(HKEY root, LPCWSTR path, const CPolicyItem& item) {
 
 }  // namespace
 
+bool IsNeverSaved(LPCWSTR itemName) noexcept {
+    return _wcsicmp(itemName, W("CommonSettings\\{1750cc24-5adb-4d63-b4a5-9a25c252275a}\\DisableApps")) == 0;
+}
+
 HRESULT CServerInfo::SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path) noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::SavePolicies", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
@@ -44,7 +47,7 @@ HRESULT CServerInfo::SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path
             const CPolicyItem& item = map.At(rank);
             const LPCWSTR name = item.name.c_str();
             scope.Print("Policy: %ls", name);
-            if (_wcsicmp(name, kDisabledDomains) == 0) {
+            if (IsNeverSaved(name)) {
                 scope.Print("This is a well-known authentication domain. Skipping...");
             } else if (IsAuthPolicyName(name)) {
                 SaveAuthPolicyGPO(root, path, name, item.value.Raw());

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 
+#include "svinfo/Host.h"
 #include "svinfo/Suggest.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"
@@ -25,6 +26,27 @@ const CVerb kVerbs[] = {
      "\nPREFIX is the beginning of names, in any case.\n"
      "  --all   the local values and the defaults too, and with each item what it hides\n",
      DefineList},
+    {"explain", "NAME", "why an item has its value: every level, and what it holds",
+     "\nFrom the strongest level to the weakest: whether it won, is hidden, absent or passed over, its key or file and\n"
+     "line, what it holds, and why it does not count.\n",
+     DefineExplain},
+    {"sources", "", "what each source of managed policy gave, and what is odd about it",
+     "\nItems are what a source delivers; in force is what no stronger source had already. Damage and oddities are told\n"
+     "with line and column; past twenty of a source only with -v. Ends with 1 when there are any.\n",
+     DefineSources},
+    {"check", "FILE...", "what a policy file would deliver, and every oddity; changes nothing",
+     "\nFILE is a settings document, an authentication-policy document or a Registry.pol, as its content tells. Ends with "
+     "1\n"
+     "when something is odd, with 4 when a FILE is damaged.\n",
+     DefineCheck},
+    {"reload", "", "reads all sources again and tells every process to do so",
+     "\nPolicy files are read when a process asks for the first time, and again at each signal: this gives one.\n",
+     DefineReload},
+    {"copy-workgroup", "[FILE]", "copies the settings of a document into the local key",
+     "\nWithout FILE those of PluginData\\OV_WgClient_Data.xml below the data root. What the local key has beside them "
+     "stays.\n"
+     "Ends with 6 when a managed value hides one that was written.\n",
+     DefineCopyWorkgroup},
     {"watch", "[FILTER...] [--once] [--timeout S]", "changes of the managed items as they come",
      "\nShows time, item, what it was, what it is and where that comes from; with --json one object a line. A FILTER "
      "is "
@@ -284,6 +306,7 @@ ExitCode Run(const std::vector<std::string>& args, bool terminal) {
         return ExitCode::Ok;
     }
     if (options.root) UseRoot(*options.root);
+    const CApartment apartment;
     const ExitCode code = parser.Chosen()->action(output);
     output.Finish();
     return code;

@@ -17,6 +17,20 @@ struct ReleaseInterface {
 template <class Interface>
 using CInterface = std::unique_ptr<Interface, ReleaseInterface>;
 
+// This thread as one of COM's, as hosts of components have it.
+class CApartment {
+  public:
+    CApartment() noexcept : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~CApartment() {
+        if (SUCCEEDED(m_result)) CoUninitialize();
+    }
+    CApartment(const CApartment&) = delete;
+    CApartment& operator=(const CApartment&) = delete;
+
+  private:
+    HRESULT m_result;
+};
+
 // Loads the module from beside the program. Throws CCommandFailure.
 CModuleHandle LoadServerInfoModule();
 

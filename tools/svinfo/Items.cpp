@@ -48,6 +48,13 @@ std::vector<OV_SERVER_VALUE> ElementsOf(const OV_SERVER_VALUE& value) {
 CItem::CItem(CItem&& other) noexcept
     : m_name(std::move(other.m_name)), m_result(other.m_result), m_value(std::exchange(other.m_value, {})) {}
 
+CItem& CItem::operator=(CItem&& other) noexcept {
+    std::swap(m_name, other.m_name);
+    std::swap(m_result, other.m_result);
+    std::swap(m_value, other.m_value);
+    return *this;
+}
+
 CItem::~CItem() {
     OvFreeServerValue(m_value);
 }

@@ -15,7 +15,7 @@ class CItem {
   public:
     explicit CItem(wstr name) : m_name(std::move(name)) {}
     CItem(CItem&& other) noexcept;
-    CItem& operator=(CItem&&) = delete;
+    CItem& operator=(CItem&& other) noexcept;
     ~CItem();
 
     const wstr& Name() const noexcept { return m_name; }

@@ -40,6 +40,33 @@ void AddItems(CNames& names, wstr_view level, wstr_view except) {
     });
 }
 
+LocalHolding PolicyHolding(LocalLevel level, const wstr& name) {
+    LocalHolding holding{level, LocalLevelKey(level), true, false, false, {}};
+    holding.found =
+        SUCCEEDED(ReadAuthPolicyFromKey(HKEY_LOCAL_MACHINE, LocalLevelKey(level), name.c_str(), holding.value));
+    if (holding.found) holding.key = AuthPolicyKey(LocalLevelKey(level), name.c_str(), holding.value);
+    return holding;
+}
+
+LocalHolding PlainHolding(LocalLevel level, const wstr& name) {
+    OVTraceNS::CTraceScope scope("svinfo", 0);
+    LocalHolding holding{level, LocalLevelKey(level), false, false, false, {}};
+    const std::size_t last = name.rfind(W('\\'));
+    if (last != wstr::npos) holding.key.append(1, W('\\')).append(name, 0, last);
+    CRegistryKey key;
+    LPCWSTR leaf = name.c_str();
+    if (OpenPolicyKey(key, HKEY_LOCAL_MACHINE, LocalLevelKey(level), leaf, true)) return holding;
+    OV_SERVER_VALUE read = {};
+    holding.found = SUCCEEDED(ReadPlainValue(key, leaf, name.c_str(), read, scope));
+    if (holding.found) {
+        holding.value.Assign(read);
+        OvFreeServerValue(read);
+    } else {
+        holding.damaged = RegQueryValueExW(key.Get(), leaf, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+    }
+    return holding;
+}
+
 }  // namespace
 
 std::vector<wstr> LocalItemNames(LocalLevel level) {
@@ -53,21 +80,20 @@ LPCWSTR LocalLevelKey(LocalLevel level) noexcept {
     return level == LocalLevel::Default ? kDefaultPolicyKey : kLocalPolicyKey;
 }
 
-std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name) {
-    CPolicyValue value;
-    if (IsAuthPolicyName(name.c_str()) &&
-        SUCCEEDED(ReadAuthPolicyFromKey(HKEY_LOCAL_MACHINE, LocalLevelKey(level), name.c_str(), value))) {
-        return value;
+std::vector<LocalHolding> LocalHoldingsOf(const wstr& name) {
+    std::vector<LocalHolding> holdings;
+    if (IsAuthPolicyName(name.c_str())) {
+        for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) holdings.push_back(PolicyHolding(level, name));
     }
-    OVTraceNS::CTraceScope scope("svinfo", 0);
-    CRegistryKey key;
-    LPCWSTR leaf = name.c_str();
-    if (OpenPolicyKey(key, HKEY_LOCAL_MACHINE, LocalLevelKey(level), leaf, true)) return std::nullopt;
-    OV_SERVER_VALUE read = {};
-    if (FAILED(ReadPlainValue(key, leaf, name.c_str(), read, scope))) return std::nullopt;
-    value.Assign(read);
-    OvFreeServerValue(read);
-    return value;
+    for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) holdings.push_back(PlainHolding(level, name));
+    return holdings;
+}
+
+std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name) {
+    for (LocalHolding& holding : LocalHoldingsOf(name)) {
+        if (holding.level == level && holding.found) return std::move(holding.value);
+    }
+    return std::nullopt;
 }
 
 bool CNameLess::operator()(const wstr& a, const wstr& b) const noexcept {

@@ -19,6 +19,19 @@ LPCWSTR LocalLevelKey(LocalLevel level) noexcept;
 // What one level holds under that name, whatever stronger levels say. Nothing for what the component would pass over.
 std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name);
 
+// One place of the local keys that a question for the name may ask, and what is there.
+struct LocalHolding {
+    LocalLevel level;
+    wstr key;  // below HKEY_LOCAL_MACHINE
+    bool policyForm;  // the list or the bits of a policy; else a plain value
+    bool found = false;
+    bool damaged = false;  // something is there that is no answer
+    CPolicyValue value;
+};
+
+// All of them, in the order in which they are asked.
+std::vector<LocalHolding> LocalHoldingsOf(const wstr& name);
+
 // Orders names as the store does.
 struct CNameLess {
     bool operator()(const wstr& a, const wstr& b) const noexcept;

@@ -8,9 +8,10 @@
 
 class CStoreView {
   public:
-    // Made and loaded as any other. Throws CCommandFailure.
-    CStoreView();
+    // Made and loaded as any other, with an observer that outlives it. Throws CCommandFailure.
+    explicit CStoreView(CLoadObserver* observer = nullptr);
 
+    IOVServerInfo& Info() const noexcept { return *m_interface; }
     CPolicyMap ManagedItems() const { return m_object->ManagedItems(); }
     CLoadReport LastLoad() const noexcept { return m_object->LastLoad(); }
 

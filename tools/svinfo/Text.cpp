@@ -228,3 +228,7 @@ std::string TimeText(const SYSTEMTIME& time) {
                   time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
     return text;
 }
+
+std::string FilePosition(const std::string& file, std::size_t line, std::size_t column) {
+    return EscapeControls(file) + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
+}

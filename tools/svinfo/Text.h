@@ -39,5 +39,8 @@ int HexDigit(WCHAR unit) noexcept;
 // Bytes as two hexadecimal digits each, lower case.
 std::string HexText(const BYTE* data, std::size_t size);
 
+// "FILE:LINE:COLUMN: ", where a message about a file begins.
+std::string FilePosition(const std::string& file, std::size_t line, std::size_t column);
+
 // "2026-11-23 14:05:09.120"
 std::string TimeText(const SYSTEMTIME& time);

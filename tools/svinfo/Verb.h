@@ -25,6 +25,11 @@ std::span<const CVerb> Verbs() noexcept;
 
 CAction DefineGet(CArguments& arguments);
 CAction DefineList(CArguments& arguments);
+CAction DefineExplain(CArguments& arguments);
+CAction DefineSources(CArguments& arguments);
+CAction DefineCheck(CArguments& arguments);
+CAction DefineReload(CArguments& arguments);
+CAction DefineCopyWorkgroup(CArguments& arguments);
 CAction DefineWatch(CArguments& arguments);
 CAction DefineStatus(CArguments& arguments);
 CAction DefineGpupdate(CArguments& arguments);

@@ -3,9 +3,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "store/PolicyNames.h"
-#include "svinfo/Items.h"
-#include "svinfo/LocalItems.h"
+#include "svinfo/Levels.h"
 #include "svinfo/StoreView.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"
@@ -20,7 +18,7 @@ struct CListOptions {
 // One level's value of an item.
 struct CHeld {
     const char* kind;  // of the source
-    LPCWSTR key;       // below HKEY_LOCAL_MACHINE
+    CPlace place;
     CItem item;
 };
 
@@ -32,20 +30,23 @@ bool HasPrefix(const wstr& name, const wstr& prefix) noexcept {
            CompareNames(wstr_view(name).substr(0, prefix.size()), wstr_view(prefix)) == 0;
 }
 
-void Add(CHoldings& holdings, const wstr& name, const char* kind, LPCWSTR key, const CPolicyValue& value,
+void Add(CHoldings& holdings, const wstr& name, const char* kind, CPlace place, const CPolicyValue& value,
          HRESULT result) {
     CItem item(name);
     item.Copy(value.Raw(), result);
-    holdings[name].push_back({kind, key, std::move(item)});
+    holdings[name].push_back({kind, std::move(place), std::move(item)});
 }
 
 CHoldings Collect(const wstr& prefix, bool all) {
     CHoldings holdings;
-    const CPolicyMap managed = CStoreView().ManagedItems();
-    for (std::size_t rank = 0; rank < managed.Size(); ++rank) {
-        const CPolicyItem& item = managed.At(rank);
-        if (!HasPrefix(item.name, prefix)) continue;
-        Add(holdings, item.name, "group-policy", W("SOFTWARE\\Policies\\Orvantis"), item.value, S_OK);
+    CSourceLedger ledger;
+    const CStoreView view(&ledger);
+    for (const CSourceEntry& entry : ledger.Sources()) {
+        for (const CDelivery& delivery : entry.deliveries) {
+            const wstr& name = delivery.item.name;
+            if ((!delivery.kept && !all) || !HasPrefix(name, prefix)) continue;
+            Add(holdings, name, entry.source->kind, delivery.place, delivery.item.value, S_OK);
+        }
     }
     if (!all) return holdings;
     for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) {
@@ -53,14 +54,11 @@ CHoldings Collect(const wstr& prefix, bool all) {
             if (!HasPrefix(name, prefix)) continue;
             const std::optional<CPolicyValue> value = ReadLocalItem(level, name);
             const char* kind = level == LocalLevel::Local ? "local" : "default";
-            if (value) Add(holdings, name, kind, LocalLevelKey(level), *value, S_FALSE);
+            const std::string key = "HKEY_LOCAL_MACHINE\\" + ToUtf8(LocalLevelKey(level));
+            if (value) Add(holdings, name, kind, {key, 0, 0}, *value, S_FALSE);
         }
     }
     return holdings;
-}
-
-std::string KeyText(const CHeld& held) {
-    return "HKEY_LOCAL_MACHINE\\" + ToUtf8(held.key);
 }
 
 json AnswerOf(const CHoldings& holdings, bool all) {
@@ -69,13 +67,13 @@ json AnswerOf(const CHoldings& holdings, bool all) {
     for (const auto& [name, levels] : holdings) {
         json item = ItemJson(levels[0].item);
         if (all) {
-            item["origin"] = {{"kind", levels[0].kind}, {"path", KeyText(levels[0])}};
+            item["origin"] = OriginJson(levels[0].kind, levels[0].place);
             item["hidden"] = json::array();
             for (std::size_t i = 1; i < levels.size(); ++i) {
-                item["hidden"].push_back({{"kind", levels[i].kind},
-                                          {"path", KeyText(levels[i])},
-                                          {"type", levels[i].item.TypeName()},
-                                          {"value", levels[i].item.Json()}});
+                json hidden = OriginJson(levels[i].kind, levels[i].place);
+                hidden["type"] = levels[i].item.TypeName();
+                hidden["value"] = levels[i].item.Json();
+                item["hidden"].push_back(std::move(hidden));
             }
         }
         answer["items"].push_back(std::move(item));

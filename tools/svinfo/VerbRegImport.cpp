@@ -22,16 +22,12 @@ std::string Count(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-std::string Position(const std::string& file, std::size_t line, std::size_t column) {
-    return EscapeControls(file) + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
-}
-
 CRegFile ReadFile(const std::string& path) {
     const std::string bytes = ReadWholeFile(path);
     try {
         return ReadRegFile(bytes);
     } catch (const CBadRegFile& bad) {
-        throw CCommandFailure(ExitCode::BadInput, Position(path, bad.line, bad.column) + bad.text);
+        throw CCommandFailure(ExitCode::BadInput, FilePosition(path, bad.line, bad.column) + bad.text);
     }
 }
 
@@ -89,7 +85,7 @@ class CImport {
 };
 
 void Report(COutput& output, const std::string& path, const CRegFile& file, const CCounts& counts) {
-    for (const CRegNote& note : file.skipped) output.Problem(Position(path, note.line, note.column) + note.text);
+    for (const CRegNote& note : file.skipped) output.Problem(FilePosition(path, note.line, note.column) + note.text);
     if (output.Style().json) {
         json answer = JsonAnswer();
         answer["file"] = path;

@@ -10,7 +10,8 @@
 
 #include "store/PolicyNames.h"
 #include "svinfo/Host.h"
-#include "svinfo/Items.h"
+#include "svinfo/Levels.h"
+#include "svinfo/StoreView.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"
 
@@ -115,26 +116,32 @@ std::string ValueText(const CItem& item) {
     return item.State() == ItemState::Managed || item.State() == ItemState::Local ? text : "(none)";
 }
 
-json ChangeJson(const CChange& change) {
+json ChangeJson(const CChange& change, const CLevel* winner) {
     json answer = JsonAnswer();
     answer["time"] = TimeText(change.when);
     answer["old"] = {{"type", change.before.TypeName()}, {"value", change.before.Json()}};
     answer["item"] = ItemJson(change.now);
+    answer["item"]["origin"] = winner ? OriginJson(winner->kind, winner->place) : json(nullptr);
     return answer;
 }
 
 void Show(const CChanges& changes, COutput& output) {
     CTable table{{}, {}};
+    CSourceLedger ledger;
+    const CStoreView view(&ledger);  // where each comes from, by now
     for (const CChange& change : changes) {
+        const std::vector<CLevel> levels = LevelsOf(change.now.Name(), ledger);
+        const CLevel* const winner = WinnerOf(levels);
         if (output.Style().json) {
-            output.Json(ChangeJson(change));
+            output.Json(ChangeJson(change, winner));
             continue;
         }
         table.rows.push_back({{TimeText(change.when), Tone::Faint},
                               {ToUtf8(change.now.Name()), Tone::Strong},
                               {ValueText(change.before), Tone::Plain},
                               {ValueText(change.now), Tone::Plain},
-                              {StateName(change.now.State()), ToneOf(change.now.State())}});
+                              {StateName(change.now.State()), ToneOf(change.now.State())},
+                              {winner ? winner->kind : "", Tone::Faint}});
     }
     if (!table.rows.empty()) output.Table(table);
     output.Finish();
