@@ -42,7 +42,7 @@ constexpr std::string_view XmlTrimmed(std::string_view text) noexcept {
 // A tag with its first bytes as a number, which tells most tags apart at once.
 struct CXmlTag {
     explicit CXmlTag(std::string_view tag) noexcept : text(tag) {
-        std::memcpy(&start, tag.data(), std::min(tag.size(), sizeof start));
+        if (!tag.empty()) std::memcpy(&start, tag.data(), std::min(tag.size(), sizeof start));
     }
     bool operator==(const CXmlTag& other) const noexcept {
         if (start != other.start || text.size() != other.text.size()) return false;

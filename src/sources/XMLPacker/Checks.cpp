@@ -2,11 +2,11 @@
 
 #include "diagnostics/TraceScope.h"
 
-void OVXMLCheck::Fail(const char* expression, ULONG code, const std::source_location& where) {
+void OVXMLCheck::Fail(const char* expression, ULONG code, int line) {
     {
         OVTraceNS::CTraceScope scope("---", 0);
         scope.Print("%s, result: 0x%08X", expression, static_cast<DWORD>(code));
-        scope.Print("( file %s, line %d )", "XMLPacker", static_cast<int>(where.line()));
+        scope.Print("( file %s, line %d )", "XMLPacker", line);
     }
     throw code;
 }
