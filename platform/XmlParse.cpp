@@ -139,7 +139,7 @@ class CXmlBuilder {
     std::uint64_t m_textBytes = 0;  // of the entity that is being parsed
     bool m_hasText = false;         // a run of text is open, from m_textStart in the pool on
     bool m_isCData = false;
-    bool m_blank = false;           // blanks stood where the next node begins
+    bool m_blank = false;  // blanks stood where the next node begins
     bool m_namedEncoding = false;
     std::uint32_t m_textStart = 0;
     std::string m_attributes;  // of the element to come
@@ -372,8 +372,7 @@ void CXmlBuilder::ParseEntity(Entity& entity, const char* name) {
     entity.content = m_above;
     const std::uint64_t textBytes = std::exchange(m_textBytes, 0);
 
-    const XML_Status status =
-        XML_Parse(m_parser, entity.text.data(), static_cast<int>(entity.text.size()), XML_TRUE);
+    const XML_Status status = XML_Parse(m_parser, entity.text.data(), static_cast<int>(entity.text.size()), XML_TRUE);
     // A refusal is the outcome already, and stops the outer parser too.
     m_parser = outer;
     if (m_outOfMemory) throw std::bad_alloc();

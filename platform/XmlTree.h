@@ -58,8 +58,15 @@ inline constexpr int kXmlEntityContent = 15;
 class CXmlNode final : public IXMLDOMElement {
   public:
     CXmlNode(CXmlTree& tree, int nodeKind, XmlIndex parentIndex, std::uint32_t sourceOffset) noexcept
-        : parent(parentIndex), offset(sourceOffset), name(kNoXmlName), kind(static_cast<unsigned>(nodeKind) & 15),
-          blankBefore(false), blankAtEnd(false), preserve(false), inEntity(false), m_tree(&tree) {}
+        : parent(parentIndex),
+          offset(sourceOffset),
+          name(kNoXmlName),
+          kind(static_cast<unsigned>(nodeKind) & 15),
+          blankBefore(false),
+          blankAtEnd(false),
+          preserve(false),
+          inEntity(false),
+          m_tree(&tree) {}
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
     STDMETHODIMP_(ULONG) AddRef() override;
@@ -132,8 +139,8 @@ class CXmlTree {
     std::pair<DWORD, DWORD> PlaceOf(std::uint32_t offset);
 
     std::string pool;
-    std::string source;    // the bytes of the file; empty for a text
-    int sourceUnit = 1;    // bytes of a character in it: 1, or 2 for UTF-16
+    std::string source;  // the bytes of the file; empty for a text
+    int sourceUnit = 1;  // bytes of a character in it: 1, or 2 for UTF-16
     bool bigEndian = false;
 
   private:

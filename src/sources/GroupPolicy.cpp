@@ -35,8 +35,7 @@ struct CLevel {
 }  // namespace
 
 // Takes one value over, unless a stronger one is there. The trace line is written all the same.
-void CServerInfo::InsertGPOValue(const CValueWalk& walk, const wstr& path, LPCWSTR key,
-                                 OVTraceNS::CTraceScope& scope) {
+void CServerInfo::InsertGPOValue(const CValueWalk& walk, const wstr& path, LPCWSTR key, OVTraceNS::CTraceScope& scope) {
     CPolicyItem item{NameBelow(path, walk.Name()), {}};
     const LPCWSTR name = item.name.c_str();
     DWORD number = 0;

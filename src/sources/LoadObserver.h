@@ -16,18 +16,18 @@ struct CLoadPlace {
 };
 
 enum class Oddity {
-    kItemsMissing,     // a settings document without an `Items` element, which gives nothing
-    kItemsRepeated,    // or with another one, at the place; it gives nothing either
-    kGroupMissing,     // no group of the name in the detail
-    kGroupRepeated,    // another one, which is not read
-    kIncomplete,       // an item without the children in the detail
-    kUnknownType,      // the detail is no type; the walk ends here
-    kNotReached,       // behind the end of the walk
-    kNotAPolicy,       // neither of the forms of an authentication policy
-    kEmptyList,        // a list without an entry, which is no policy
-    kNotBoolean,       // a domain of another type, in the detail
-    kNumberCut,        // not all of the text in the detail is a number; what there is of one counts
-    kRegistryType,     // a registry value, in the detail, that no item can hold
+    kItemsMissing,   // a settings document without an `Items` element, which gives nothing
+    kItemsRepeated,  // or with another one, at the place; it gives nothing either
+    kGroupMissing,   // no group of the name in the detail
+    kGroupRepeated,  // another one, which is not read
+    kIncomplete,     // an item without the children in the detail
+    kUnknownType,    // the detail is no type; the walk ends here
+    kNotReached,     // behind the end of the walk
+    kNotAPolicy,     // neither of the forms of an authentication policy
+    kEmptyList,      // a list without an entry, which is no policy
+    kNotBoolean,     // a domain of another type, in the detail
+    kNumberCut,      // not all of the text in the detail is a number; what there is of one counts
+    kRegistryType,   // a registry value, in the detail, that no item can hold
 };
 
 class CLoadObserver {

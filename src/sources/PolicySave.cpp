@@ -17,8 +17,8 @@ HRESULT WriteValue(CRegistryKey& key, LPCWSTR name, const CPolicyValue& value) n
             return ResultFromRegistry(key.SetDword(name, value.Dword()));
         case OV_TYPE_QWORD: {
             const ULONGLONG number = value.Number();
-            return ResultFromRegistry(RegSetValueExW(key.Get(), name, 0, REG_QWORD,
-                                                     reinterpret_cast<const BYTE*>(&number), sizeof number));
+            return ResultFromRegistry(
+                RegSetValueExW(key.Get(), name, 0, REG_QWORD, reinterpret_cast<const BYTE*>(&number), sizeof number));
         }
         case OV_TYPE_ARRAY:
             return E_NOTIMPL;

@@ -12,9 +12,9 @@ enum class PolicyForm {
 struct PolicySource {
     const char* kind;  // a word for it, as the tools say it
     PolicyForm form;
-    int folder;         // which data folder; 0 for the registry
-    LPCWSTR file;       // the name in it
-    bool withEngine;    // only where Userenv.dll could be loaded
+    int folder;       // which data folder; 0 for the registry
+    LPCWSTR file;     // the name in it
+    bool withEngine;  // only where Userenv.dll could be loaded
 };
 
 inline constexpr LPCWSTR kGroupPolicyKey = W("SOFTWARE\\Policies\\Orvantis");

@@ -1,7 +1,7 @@
 // CExtXMLPolicyReader: a policy document that is walked into a map. A name that the map has already stays as it is.
 //
-// A reader exists for one file or one text, and its document goes with it. What the walks hand over is inserted at once;
-// failures of that end the walk and keep what was inserted before.
+// A reader exists for one file or one text, and its document goes with it. What the walks hand over is inserted at
+// once; failures of that end the walk and keep what was inserted before.
 #pragma once
 
 #include "sources/XMLPacker/ExtXMLPacker.h"

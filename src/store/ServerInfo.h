@@ -109,10 +109,10 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     std::map<DWORD, CNotificationSubscriber> m_subscribers;                                   // by cookie
     CLoadReport m_lastLoad;
     CLoadObserver* m_observer = nullptr;  // not owned
-    bool m_initialized = false;  // Initialize has done its work
-    bool m_subscribed = false;   // the Group Policy subscription exists
-    bool m_terminating = false;  // no new subscribers
-    bool m_endPutOff = false;    // the refresh on this thread ends the object; of that thread alone
+    bool m_initialized = false;           // Initialize has done its work
+    bool m_subscribed = false;            // the Group Policy subscription exists
+    bool m_terminating = false;           // no new subscribers
+    bool m_endPutOff = false;             // the refresh on this thread ends the object; of that thread alone
 
   private:
     friend struct StoreDoor;  // tests and benchmarks put items into the store through it

@@ -50,11 +50,15 @@ TEST_F(Workgroup, SixSourcesInOrderAndEachMayBeAbsentEmptyOrDamaged) {
     }
     PutDword(kLocalPolicyKey, W("LogonPolicy"), 7);
     PutDword(kLocalPolicyKey, W("Plain"), 7);
-    const char* const kLogon[] = {"0 array [0000000000000001]", "0 array [0000000000000002]",
-                                  "0 dword 3",                  "0 array [0000000000000004]",
-                                  "0 dword 5",                  "0 array [0000000000000006]",
+    const char* const kLogon[] = {"0 array [0000000000000001]",
+                                  "0 array [0000000000000002]",
+                                  "0 dword 3",
+                                  "0 array [0000000000000004]",
+                                  "0 dword 5",
+                                  "0 array [0000000000000006]",
                                   "1 dword 7"};
-    const char* const kPlain[] = {"0 dword 1", "0 dword 3", "0 dword 3", "0 dword 5", "0 dword 5", "1 dword 7", "1 dword 7"};
+    const char* const kPlain[] = {"0 dword 1", "0 dword 3", "0 dword 3", "0 dword 5",
+                                  "0 dword 5", "1 dword 7", "1 dword 7"};
     for (std::size_t gone = 0; gone <= std::size(kPolicySources); ++gone) {
         SCOPED_TRACE(gone);
         for (int damage = 0; damage < (gone < 2 ? 1 : 4); ++damage) {
@@ -102,7 +106,8 @@ TEST_F(Workgroup, AReloadTellsSubscribersWhatChanged) {
     m_data.Write(settings, SettingsXml(ItemXml("a", "REG_QWORD", "1") + ItemXml("c", "REG_SZ", "y") +
                                        ItemXml("B", "REG_SZ", "X")));
     EXPECT_EQ(m_object->SetWorkgroupPolicies(), S_OK);
-    EXPECT_EQ(recorder.Take(), (std::vector<std::string>{"a: dword 1 -> qword 0000000000000001", "c: nothing -> string 'y'"}))
+    EXPECT_EQ(recorder.Take(),
+              (std::vector<std::string>{"a: dword 1 -> qword 0000000000000001", "c: nothing -> string 'y'"}))
         << "neither the case of a name nor that of a text is a change";
     EXPECT_EQ(m_object->UnregisterNotification(cookie), S_OK);
 }
@@ -137,8 +142,9 @@ TEST_F(Workgroup, CopiesSettingsIntoTheLocalKey) {
     const std::string document =
         "<r><Items>" +
         GroupXml("Policies",
-                 ItemXml("A\\B\\C", "REG_DWORD", "5") + ItemXml("q", "REG_QWORD", "6") + ItemXml("s", "REG_SZ", "text") +
-                     ItemXml("", "REG_DWORD", "8") + ItemXml("LogonPolicy", "REG_DWORD", "3") +
+                 ItemXml("A\\B\\C", "REG_DWORD", "5") + ItemXml("q", "REG_QWORD", "6") +
+                     ItemXml("s", "REG_SZ", "text") + ItemXml("", "REG_DWORD", "8") +
+                     ItemXml("LogonPolicy", "REG_DWORD", "3") +
                      ItemXml("commonsettings\\{1750CC24-5adb-4d63-b4a5-9a25c252275a}\\disableapps", "REG_DWORD", "1")) +
         GroupXml("Domains", ItemXml("d", "boolean", "true")) + "</Items></r>";
     for (const bool fromFile : {false, true}) {

@@ -57,52 +57,55 @@ std::string Items(const std::string& groups) {
 
 TEST(XmlSettings, AreReadAsTheirShapeSays) {
     const std::string one = ItemXml("A\\B", "REG_DWORD", "10");
-    Expect(kSettings,
-           {{"types, numbers in base 16", SettingsXml(one + ItemXml("q", "REG_QWORD", "0xffffffffffffffff") +
-                                                      ItemXml("s", "REG_SZ", "a  &amp; b") + ItemXml("F", "REG_DWORD", "FF")),
-             S_OK, "A\\B = dword 16; F = dword 255; q = qword FFFFFFFFFFFFFFFF; s = string 'a  & b'"},
-            {"numbers end where their digits do",
-             SettingsXml(ItemXml("a", "REG_DWORD", "255") + ItemXml("b", "REG_DWORD", "none") +
-                         ItemXml("c", "REG_DWORD", "1FFFFFFFF") + ItemXml("d", "REG_DWORD", "1<!---->0") +
-                         ItemXml("e", "REG_DWORD", "")),
-             S_OK, "a = dword 597; b = dword 0; c = dword 4294967295; d = dword 16; e = dword 0"},
-            {"the first of a name stays", SettingsXml(one + ItemXml("a\\b", "REG_SZ", "x")), S_OK, "A\\B = dword 16"},
-            {"deep down", "<a><b><c><d>" + SettingsXml(one) + "</d></c></b></a>", S_OK, "A\\B = dword 16"},
-            {"Items twice", "<a>" + SettingsXml(one) + "<x><Items/></x></a>", S_FALSE, ""},
-            {"no Items", "<a/>", S_FALSE, ""},
-            {"no document", "<a>", S_FALSE, ""},
-            {"the case of the group's name counts", Items(GroupXml("policies", one)), S_FALSE, ""},
-            {"the first group of the name only",
-             Items(GroupXml("Other", one) + GroupXml("Policies", ItemXml("x", "REG_DWORD", "1")) +
-                   GroupXml("Policies", one)),
-             S_OK, "x = dword 1"},
-            {"a group without a name", Items("<Group>" + one + "</Group>" + GroupXml("Policies", "")), S_OK, ""},
-            {"any children of Policies are items",
-             Items(GroupXml("Policies", "<Policies><!--n--><Any><Name>x</Name><Type>REG_SZ</Type><Data>1</Data></Any>t" +
-                                            one + "</Policies>" + ItemXml("not", "REG_SZ", "read"))),
-             S_OK, "A\\B = dword 16; x = string '1'"},
-            {"an incomplete item is passed over", SettingsXml("<Item><Name>n</Name><Type>REG_SZ</Type></Item>" + one),
-             S_OK, "A\\B = dword 16"},
-            {"a type that is none ends the walk",
-             SettingsXml(one + ItemXml("x", "reg_dword", "1") + ItemXml("y", "REG_DWORD", "1")), E_INVALIDARG,
-             "A\\B = dword 16"}});
+    Expect(
+        kSettings,
+        {{"types, numbers in base 16",
+          SettingsXml(one + ItemXml("q", "REG_QWORD", "0xffffffffffffffff") + ItemXml("s", "REG_SZ", "a  &amp; b") +
+                      ItemXml("F", "REG_DWORD", "FF")),
+          S_OK, "A\\B = dword 16; F = dword 255; q = qword FFFFFFFFFFFFFFFF; s = string 'a  & b'"},
+         {"numbers end where their digits do",
+          SettingsXml(ItemXml("a", "REG_DWORD", "255") + ItemXml("b", "REG_DWORD", "none") +
+                      ItemXml("c", "REG_DWORD", "1FFFFFFFF") + ItemXml("d", "REG_DWORD", "1<!---->0") +
+                      ItemXml("e", "REG_DWORD", "")),
+          S_OK, "a = dword 597; b = dword 0; c = dword 4294967295; d = dword 16; e = dword 0"},
+         {"the first of a name stays", SettingsXml(one + ItemXml("a\\b", "REG_SZ", "x")), S_OK, "A\\B = dword 16"},
+         {"deep down", "<a><b><c><d>" + SettingsXml(one) + "</d></c></b></a>", S_OK, "A\\B = dword 16"},
+         {"Items twice", "<a>" + SettingsXml(one) + "<x><Items/></x></a>", S_FALSE, ""},
+         {"no Items", "<a/>", S_FALSE, ""},
+         {"no document", "<a>", S_FALSE, ""},
+         {"the case of the group's name counts", Items(GroupXml("policies", one)), S_FALSE, ""},
+         {"the first group of the name only",
+          Items(GroupXml("Other", one) + GroupXml("Policies", ItemXml("x", "REG_DWORD", "1")) +
+                GroupXml("Policies", one)),
+          S_OK, "x = dword 1"},
+         {"a group without a name", Items("<Group>" + one + "</Group>" + GroupXml("Policies", "")), S_OK, ""},
+         {"any children of Policies are items",
+          Items(GroupXml("Policies", "<Policies><!--n--><Any><Name>x</Name><Type>REG_SZ</Type><Data>1</Data></Any>t" +
+                                         one + "</Policies>" + ItemXml("not", "REG_SZ", "read"))),
+          S_OK, "A\\B = dword 16; x = string '1'"},
+         {"an incomplete item is passed over", SettingsXml("<Item><Name>n</Name><Type>REG_SZ</Type></Item>" + one),
+          S_OK, "A\\B = dword 16"},
+         {"a type that is none ends the walk",
+          SettingsXml(one + ItemXml("x", "reg_dword", "1") + ItemXml("y", "REG_DWORD", "1")), E_INVALIDARG,
+          "A\\B = dword 16"}});
 }
 
 TEST(XmlDomains, AreSwitchedByTheirData) {
     const auto domain = [](const char* name, const char* data) { return ItemXml(name, "boolean", data); };
-    Expect(kDomains,
-           {{"on and off",
-             Items(GroupXml("Domains", domain("a", "True") + domain("b", "TRUE") + domain("c", "1") + domain("d", "") +
-                                           domain("e\\f", "true"))),
-             S_OK,
-             "AuthenticationDomains\\a = dword 1; AuthenticationDomains\\b = dword 1; AuthenticationDomains\\c = dword 0; "
-             "AuthenticationDomains\\d = dword 0; AuthenticationDomains\\e\\f = dword 1"},
-            {"another type is passed over", Items(GroupXml("Domains", ItemXml("x", "REG_DWORD", "true"))), S_OK, ""},
-            {"the first flag stays", Items(GroupXml("Domains", domain("a", "true") + domain("A", "false"))), S_OK,
-             "AuthenticationDomains\\a = dword 1"},
-            {"beside the settings", Items(GroupXml("Policies", ItemXml("x", "REG_SZ", "")) + GroupXml("Domains", "")),
-             S_OK, ""},
-            {"no such group", SettingsXml(""), S_FALSE, ""}});
+    Expect(
+        kDomains,
+        {{"on and off",
+          Items(GroupXml("Domains", domain("a", "True") + domain("b", "TRUE") + domain("c", "1") + domain("d", "") +
+                                        domain("e\\f", "true"))),
+          S_OK,
+          "AuthenticationDomains\\a = dword 1; AuthenticationDomains\\b = dword 1; AuthenticationDomains\\c = dword 0; "
+          "AuthenticationDomains\\d = dword 0; AuthenticationDomains\\e\\f = dword 1"},
+         {"another type is passed over", Items(GroupXml("Domains", ItemXml("x", "REG_DWORD", "true"))), S_OK, ""},
+         {"the first flag stays", Items(GroupXml("Domains", domain("a", "true") + domain("A", "false"))), S_OK,
+          "AuthenticationDomains\\a = dword 1"},
+         {"beside the settings", Items(GroupXml("Policies", ItemXml("x", "REG_SZ", "")) + GroupXml("Domains", "")),
+          S_OK, ""},
+         {"no such group", SettingsXml(""), S_FALSE, ""}});
 }
 
 TEST(XmlAuthPolicies, HaveAListOrASingleForm) {
@@ -161,8 +164,9 @@ TEST_F(XmlTrace, TellsItemsAndReportsChecks) {
               "hr = _parsePolicies( xmlnGroup ), result: 0x80070057\n");
     EXPECT_EQ(MessagesOf(Items(GroupXml("Domains", ItemXml("d", "boolean", "true"))), kDomains),
               "From XML: 1 domain(s)\nAuthenticationDomains\\d = 1\n");
-    EXPECT_EQ(MessagesOf("<r>" + ListXml("P", {"1"}) + ListXml("E", {}) + "<q/></r>", kPolicies),
-              "From XML: 1 policy items(s)\nP = (array)\nFrom XML: 0 policy items(s)\nUnexpected type: 0\n...not a policy\n");
+    EXPECT_EQ(
+        MessagesOf("<r>" + ListXml("P", {"1"}) + ListXml("E", {}) + "<q/></r>", kPolicies),
+        "From XML: 1 policy items(s)\nP = (array)\nFrom XML: 0 policy items(s)\nUnexpected type: 0\n...not a policy\n");
     EXPECT_EQ(MessagesOf("<r>" + ItemXml("x", "REG_NONE", "t") + "</r>", kPolicies),
               "_parseAuthPolicy( xmlnItem ), result: 0x80070057\n");
     EXPECT_EQ(MessagesOf("<r>", kPolicies),

@@ -15,9 +15,9 @@ inline std::string Narrow(wstr_view text) {
     std::string out;
     if (text.empty()) return out;
     out.resize(3 * text.size());
-    out.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                                            out.data(), static_cast<int>(out.size()), nullptr,
-                                                            nullptr)));
+    out.resize(
+        static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
+                                                     static_cast<int>(out.size()), nullptr, nullptr)));
     return out;
 }
 

@@ -61,16 +61,16 @@ class CliSources : public CliTest {
 };
 
 TEST_F(CliSources, TheLedgerOfTheSamples) {
-    EXPECT_EQ(Ledger(), (std::vector<std::string>{"group-policy empty 0/0", "gpo-auth found 1/1", "plugin-settings found 6/6",
-                                                  "plugin-auth found 2/1", "tessel-settings found 3/2",
-                                                  "tessel-auth found 2/1"}));
+    EXPECT_EQ(Ledger(), (std::vector<std::string>{"group-policy empty 0/0", "gpo-auth found 1/1",
+                                                  "plugin-settings found 6/6", "plugin-auth found 2/1",
+                                                  "tessel-settings found 3/2", "tessel-auth found 2/1"}));
     EXPECT_EQ(Run({"sources"}).exitCode, 0);
     m_data.Write(kPolicySources[2], "<r><Items>\n<Group></Items></r>");
     m_data.Write(kPolicySources[3], "");
     std::filesystem::remove(m_data.PathOf(kPolicySources[4]));
-    EXPECT_EQ(Ledger(), (std::vector<std::string>{"group-policy empty 0/0", "gpo-auth found 1/1", "plugin-settings damaged 0/0",
-                                                  "plugin-auth damaged 0/0", "tessel-settings absent 0/0",
-                                                  "tessel-auth found 2/2"}));
+    EXPECT_EQ(Ledger(), (std::vector<std::string>{"group-policy empty 0/0", "gpo-auth found 1/1",
+                                                  "plugin-settings damaged 0/0", "plugin-auth damaged 0/0",
+                                                  "tessel-settings absent 0/0", "tessel-auth found 2/2"}));
     const CRunResult text = Run({"sources"});
     EXPECT_EQ(text.exitCode, 1);
     if (kPlaces) {
@@ -87,9 +87,10 @@ TEST_F(CliSources, ExplainTellsEveryLevelFromStrongestToWeakest) {
         states.push_back(level["kind"].get<std::string>() + " " + level["state"].get<std::string>() + " " +
                          level["value"].dump());
     }
-    EXPECT_EQ(states, (std::vector<std::string>{"group-policy absent null", "gpo-auth absent null", "plugin-settings won 300",
-                                                "plugin-auth absent null", "tessel-settings hidden 900",
-                                                "tessel-auth absent null", "local hidden 900", "default hidden 600"}));
+    EXPECT_EQ(states,
+              (std::vector<std::string>{"group-policy absent null", "gpo-auth absent null", "plugin-settings won 300",
+                                        "plugin-auth absent null", "tessel-settings hidden 900",
+                                        "tessel-auth absent null", "local hidden 900", "default hidden 600"}));
     EXPECT_EQ(answer["item"]["value"], 300);
     EXPECT_EQ(answer["item"]["origin"]["kind"], "plugin-settings");
     EXPECT_EQ(answer["item"]["origin"]["line"], kPlaces ? 7 : 0);
@@ -112,29 +113,32 @@ TEST_F(CliSources, ExplainTellsEveryLevelFromStrongestToWeakest) {
 
 TEST_F(CliSources, ChecksNameEveryOddity) {
     EXPECT_EQ(Check(SettingsXml(ItemXml("a", "REG_DWORD", "1"))), Lines({}, 0));
-    EXPECT_EQ(Check("<r>\n<Items/>\n</r>"),
-              Lines({{2, "no Group with the Name 'Policies' nor 'Domains'"}}, 1));
+    EXPECT_EQ(Check("<r>\n<Items/>\n</r>"), Lines({{2, "no Group with the Name 'Policies' nor 'Domains'"}}, 1));
     EXPECT_EQ(Check("<r>\n<Items/>\n<x><Items/>\n<Items/></x></r>"),
               Lines({{3, "another Items element: with more than one the whole document gives nothing"},
                      {4, "another Items element: with more than one the whole document gives nothing"}},
                     1));
-    EXPECT_EQ(Check("<r><Items><Group><Name>Policies</Name>\n<Item><Name>x</Name></Item>\n" +
-                    ItemXml("cut", "REG_DWORD", "10 apples") + "\n" + ItemXml("b", "REG_BINARY", "1") + "\n" +
-                    ItemXml("behind", "REG_SZ", "1") + "</Group>\n" + GroupXml("Policies", "") +
-                    "<Group><Name>Domains</Name>\n" + ItemXml("d", "REG_SZ", "true") + "</Group></Items></r>"),
-              Lines({{2, "'x' passed over: it has no Type, Data"},
-                     {3, "'cut': not all of '10 apples' is a number in base 16; what begins it counts"},
-                     {4, "'b' ends the reading: found the Type 'REG_BINARY', expected REG_DWORD, REG_QWORD or REG_SZ, exactly so"},
-                     {5, "'behind' is not read: it stands behind the end"},
-                     {7, "'d' passed over: found the Type 'REG_SZ', expected boolean"}},
-                    1))
+    EXPECT_EQ(
+        Check("<r><Items><Group><Name>Policies</Name>\n<Item><Name>x</Name></Item>\n" +
+              ItemXml("cut", "REG_DWORD", "10 apples") + "\n" + ItemXml("b", "REG_BINARY", "1") + "\n" +
+              ItemXml("behind", "REG_SZ", "1") + "</Group>\n" + GroupXml("Policies", "") +
+              "<Group><Name>Domains</Name>\n" + ItemXml("d", "REG_SZ", "true") + "</Group></Items></r>"),
+        Lines(
+            {{2, "'x' passed over: it has no Type, Data"},
+             {3, "'cut': not all of '10 apples' is a number in base 16; what begins it counts"},
+             {4,
+              "'b' ends the reading: found the Type 'REG_BINARY', expected REG_DWORD, REG_QWORD or REG_SZ, exactly so"},
+             {5, "'behind' is not read: it stands behind the end"},
+             {7, "'d' passed over: found the Type 'REG_SZ', expected boolean"}},
+            1))
         << "a walk that ended early looks for no second group";
-    EXPECT_EQ(Check("<r>\n<NoPolicy/>\n" + ListXml("LogonPolicy", {}) + "\n" +
-                    ItemXml("RuntimePolicy", "REG_DWORD", "1") + "</r>"),
-              Lines({{2, "'NoPolicy' passed over: neither PolicyItems, once, nor Name, Type and Data"},
-                     {3, "'LogonPolicy' passed over: its list is empty"},
-                     {4, "'RuntimePolicy' is found by no question: in this form it bears its long name. Write it as a list"}},
-                    1));
+    EXPECT_EQ(
+        Check("<r>\n<NoPolicy/>\n" + ListXml("LogonPolicy", {}) + "\n" + ItemXml("RuntimePolicy", "REG_DWORD", "1") +
+              "</r>"),
+        Lines({{2, "'NoPolicy' passed over: neither PolicyItems, once, nor Name, Type and Data"},
+               {3, "'LogonPolicy' passed over: its list is empty"},
+               {4, "'RuntimePolicy' is found by no question: in this form it bears its long name. Write it as a list"}},
+              1));
     const std::vector<std::string> damaged = Check("<r>\n  <Items>&nosuch;</Items></r>");
     EXPECT_EQ(damaged[0].substr(0, 2), "4 ");
     if (kPlaces) {
@@ -150,11 +154,16 @@ TEST_F(CliSources, ChecksNameEveryOddity) {
 }
 
 TEST_F(CliSources, SettingsAreCopiedAndTold) {
-    const std::string path = Write("s.xml", "\xEF\xBB\xBF" + SettingsXml(ItemXml("New\\One", "REG_DWORD", "1F") +
-                                                                        ItemXml("Gr\xC3\xB6\xC3\x9F" "e", "REG_SZ", "a&amp;b")));
+    const std::string path = Write(
+        "s.xml", "\xEF\xBB\xBF" + SettingsXml(ItemXml("New\\One", "REG_DWORD", "1F") + ItemXml("Gr\xC3\xB6\xC3\x9F"
+                                                                                               "e",
+                                                                                               "REG_SZ", "a&amp;b")));
     EXPECT_EQ(Run({"copy-workgroup", path}).exitCode, 0);
     EXPECT_EQ(Done({"get", "New/One"}), "31\n");
-    EXPECT_EQ(Done({"get", "Gr\xC3\xB6\xC3\x9F" "e"}), "a&b\n");
+    EXPECT_EQ(Done({"get",
+                    "Gr\xC3\xB6\xC3\x9F"
+                    "e"}),
+              "a&b\n");
     const CRunResult hidden = Run({"copy-workgroup"});
     EXPECT_EQ(hidden.exitCode, 6) << "the file itself is a source, and stronger";
     EXPECT_NE(hidden.errors.find("LockTimeout: written, but a managed value hides it"), std::string::npos);
@@ -175,8 +184,8 @@ class CDiceMachine {
     explicit CDiceMachine(unsigned seed) : m_random(seed) {}
 
     static std::vector<wstr> Names() {
-        return {W("LogonPolicy"), W("RuntimePolicy"), W("DisableCredentials"), W("Plain"), W("A\\B"), W("a\\b\\C"),
-                W("Other")};
+        return {W("LogonPolicy"), W("RuntimePolicy"), W("DisableCredentials"), W("Plain"), W("A\\B"),
+                W("a\\b\\C"),     W("Other")};
     }
     void Make(const CDataRoot& data) {
         static constexpr LPCWSTR kRoots[] = {kGroupPolicyKey, kLocalPolicyKey, kDefaultPolicyKey};

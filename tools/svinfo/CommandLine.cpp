@@ -27,15 +27,18 @@ const CVerb kVerbs[] = {
      "  --all   the local values and the defaults too, and with each item what it hides\n",
      DefineList},
     {"explain", "NAME", "why an item has its value: every level, and what it holds",
-     "\nFrom the strongest level to the weakest: whether it won, is hidden, absent or passed over, its key or file and\n"
+     "\nFrom the strongest level to the weakest: whether it won, is hidden, absent or passed over, its key or file "
+     "and\n"
      "line, what it holds, and why it does not count.\n",
      DefineExplain},
     {"sources", "", "what each source of managed policy gave, and what is odd about it",
-     "\nItems are what a source delivers; in force is what no stronger source had already. Damage and oddities are told\n"
+     "\nItems are what a source delivers; in force is what no stronger source had already. Damage and oddities are "
+     "told\n"
      "with line and column; past twenty of a source only with -v. Ends with 1 when there are any.\n",
      DefineSources},
     {"check", "FILE...", "what a policy file would deliver, and every oddity; changes nothing",
-     "\nFILE is a settings document, an authentication-policy document or a Registry.pol, as its content tells. Ends with "
+     "\nFILE is a settings document, an authentication-policy document or a Registry.pol, as its content tells. Ends "
+     "with "
      "1\n"
      "when something is odd, with 4 when a FILE is damaged.\n",
      DefineCheck},

@@ -26,7 +26,8 @@ void TellFindings(const CSourceEntry& entry, COutput& output) {
     for (std::size_t i = 0; i < shown; ++i) {
         output.Problem(PlaceText(entry.findings[i].place) + ": " + entry.findings[i].text);
     }
-    if (shown < count) output.Problem(EscapeControls(entry.path) + ": and " + std::to_string(count - shown) + " more (-v)");
+    if (shown < count)
+        output.Problem(EscapeControls(entry.path) + ": and " + std::to_string(count - shown) + " more (-v)");
 }
 
 void AddFindings(json& object, const CSourceEntry& entry) {

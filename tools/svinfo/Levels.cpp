@@ -69,8 +69,11 @@ void AddLocal(std::vector<CLevel>& levels, const wstr& name) {
     bool answered = WinnerOf(levels) != nullptr;
     bool formFound = false;
     for (LocalHolding& holding : LocalHoldingsOf(name)) {
-        CLevel level{holding.level == LocalLevel::Local ? "local" : "default", LevelState::kAbsent,
-                     {"HKEY_LOCAL_MACHINE\\" + ToUtf8(holding.key), 0, 0}, CItem(name), {}};
+        CLevel level{holding.level == LocalLevel::Local ? "local" : "default",
+                     LevelState::kAbsent,
+                     {"HKEY_LOCAL_MACHINE\\" + ToUtf8(holding.key), 0, 0},
+                     CItem(name),
+                     {}};
         if (holding.found) {
             const bool ended = holding.policyForm && formFound;
             formFound = formFound || holding.policyForm;

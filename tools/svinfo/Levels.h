@@ -14,7 +14,7 @@ enum class LevelState {
     kNotAsked,    // a stronger one ends the search of its kind
     kPassedOver,  // there, but not so that it could be an answer
     kAbsent,
-    kNoSource,    // the source itself is absent, damaged or not served
+    kNoSource,  // the source itself is absent, damaged or not served
 };
 const char* LevelStateName(LevelState state) noexcept;
 Tone ToneOf(LevelState state) noexcept;

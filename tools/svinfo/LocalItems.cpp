@@ -83,9 +83,11 @@ LPCWSTR LocalLevelKey(LocalLevel level) noexcept {
 std::vector<LocalHolding> LocalHoldingsOf(const wstr& name) {
     std::vector<LocalHolding> holdings;
     if (IsAuthPolicyName(name.c_str())) {
-        for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) holdings.push_back(PolicyHolding(level, name));
+        for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default})
+            holdings.push_back(PolicyHolding(level, name));
     }
-    for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) holdings.push_back(PlainHolding(level, name));
+    for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default})
+        holdings.push_back(PlainHolding(level, name));
     return holdings;
 }
 

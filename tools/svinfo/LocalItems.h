@@ -22,7 +22,7 @@ std::optional<CPolicyValue> ReadLocalItem(LocalLevel level, const wstr& name);
 // One place of the local keys that a question for the name may ask, and what is there.
 struct LocalHolding {
     LocalLevel level;
-    wstr key;  // below HKEY_LOCAL_MACHINE
+    wstr key;         // below HKEY_LOCAL_MACHINE
     bool policyForm;  // the list or the bits of a policy; else a plain value
     bool found = false;
     bool damaged = false;  // something is there that is no answer

@@ -38,8 +38,8 @@ class CDocumentObserver final : public CLoadObserver {
 void CPolicyDocument::RequireSound() const {
     const CSourceEntry& entry = Entry();
     if (entry.state != SourceState::kDamaged) return;
-    throw CCommandFailure(ExitCode::BadInput, PlaceText(entry.damage) + ": found " + entry.reason +
-                                                  ", expected a well-formed document");
+    throw CCommandFailure(ExitCode::BadInput,
+                          PlaceText(entry.damage) + ": found " + entry.reason + ", expected a well-formed document");
 }
 
 CPolicyDocument ReadPolicyDocument(const std::string& path, bool settingsOnly) {

@@ -46,8 +46,8 @@ CChecked CheckPolFile(const std::string& path, const std::string& bytes) {
     checked.entry.path = path;
     if (checked.entry.state == SourceState::kNoEngine) checked.entry.state = SourceState::kEmpty;
     for (CPolicyNote& note : notes) {
-        checked.entry.findings.push_back({Oddity::kRegistryType, {},
-                                          "byte " + std::to_string(note.offset) + ": " + note.text, {path, 0, 0}});
+        checked.entry.findings.push_back(
+            {Oddity::kRegistryType, {}, "byte " + std::to_string(note.offset) + ": " + note.text, {path, 0, 0}});
     }
     return checked;
 }
@@ -57,8 +57,7 @@ CChecked CheckFile(const std::string& path) {
     if (bytes.starts_with("PReg")) return CheckPolFile(path, bytes);
     const CPolicyDocument document = ReadPolicyDocument(path, false);
     document.RequireSound();
-    return {document.form == PolicyForm::kSettings ? "settings document" : "authentication policies",
-            document.Entry()};
+    return {document.form == PolicyForm::kSettings ? "settings document" : "authentication policies", document.Entry()};
 }
 
 std::string WhereText(const CDelivery& delivery) {

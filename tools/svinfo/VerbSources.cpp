@@ -26,13 +26,12 @@ CTable TableOf(const std::vector<CSourceEntry>& sources) {
     CTable table{{"SOURCE", "STATE", "ITEMS", "IN FORCE", "FINDINGS", "WHERE"}, {}};
     for (const CSourceEntry& entry : sources) {
         const Tone rest = ToneOf(entry.state) == Tone::Faint ? Tone::Faint : Tone::Plain;
-        table.rows.push_back(
-            {{entry.source->kind, rest},
-             {SourceStateName(entry.state), ToneOf(entry.state)},
-             {std::to_string(entry.deliveries.size()), rest},
-             {std::to_string(entry.KeptCount()), rest},
-             {std::to_string(entry.findings.size()), entry.findings.empty() ? rest : Tone::Notice},
-             {entry.path.empty() ? "(no data root)" : entry.path, rest}});
+        table.rows.push_back({{entry.source->kind, rest},
+                              {SourceStateName(entry.state), ToneOf(entry.state)},
+                              {std::to_string(entry.deliveries.size()), rest},
+                              {std::to_string(entry.KeptCount()), rest},
+                              {std::to_string(entry.findings.size()), entry.findings.empty() ? rest : Tone::Notice},
+                              {entry.path.empty() ? "(no data root)" : entry.path, rest}});
     }
     return table;
 }

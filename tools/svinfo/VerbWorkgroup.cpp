@@ -102,8 +102,9 @@ void RequireWriteAccess() {
 ExitCode CopyWorkgroup(const std::optional<std::string>& file, COutput& output) {
     const std::string path = file ? *file : ToUtf8(BuildDataFilePath(kPluginData, kSettingsFile));
     if (path.empty()) {
-        throw CCommandFailure(ExitCode::No, "copy the settings of the data root: HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis "
-                                            "has no OrvantisPath that can be used");
+        throw CCommandFailure(ExitCode::No,
+                              "copy the settings of the data root: HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis "
+                              "has no OrvantisPath that can be used");
     }
     if (!file && !PathFileExistsW(WideArgument(path, "FILE").c_str())) {
         throw CCommandFailure(ExitCode::No, EscapeControls(path) + ": " + ResultText(kNotFound));

@@ -204,7 +204,8 @@ void CExtXMLPacker::NoteIncomplete(IXMLDOMNode* node) const {
     wstr missing;
     for (const CComBSTR* tag : {&m_name, &m_type, &m_data}) {
         CComBSTR text;
-        if (!GetChildText(tag->Get(), text, node)) missing.append(missing.empty() ? W("") : W(", ")).append(tag->View());
+        if (!GetChildText(tag->Get(), text, node))
+            missing.append(missing.empty() ? W("") : W(", ")).append(tag->View());
     }
     PassOver(Oddity::kIncomplete, missing.c_str(), node);
 }
