@@ -28,6 +28,17 @@ OVLAYER_API void WINAPI OvHideExport(const char* module, const char* name, BOOL 
 // it never was, or where the home does not tell.
 OVLAYER_API BOOL WINAPI OvLastPolicySignal(BOOL machine, SYSTEMTIME* time);
 
+// A host that serves others declares on its thread, for the length of one call into a component, whom it serves; that
+// is whom CoImpersonateClient takes on. Not nested: 170. What the host declares is believed: it must know it from the
+// system, as from the peer of a connected Unix socket. The identity is taken at once, with its groups. 50 where the
+// home has callers of its own.
+OVLAYER_API DWORD WINAPI OvBeginCallOfPeer(int socket);
+OVLAYER_API DWORD WINAPI OvBeginCallOfUser(DWORD uid, DWORD session);
+// For tests: a user's SID, then those of its groups, the primary group first. No SID at all is a caller who refuses to
+// be impersonated.
+OVLAYER_API DWORD WINAPI OvBeginCallOfSids(const LPCWSTR* sids, DWORD count, DWORD session);
+OVLAYER_API void WINAPI OvEndCall();
+
 // Where a node stands in the text that it was loaded from, both from 1, the column in characters. FALSE for a node that
 // was not loaded from a file, and where the home does not tell.
 struct IXMLDOMNode;

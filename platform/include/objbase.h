@@ -26,4 +26,6 @@ OVLAYER_API HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID id);
 #define CLSCTX_INPROC_SERVER 1
 #define CLSCTX_ALL 23
 OVLAYER_API HRESULT WINAPI CLSIDFromProgID(LPCOLESTR name, LPCLSID id);
+// Nothing to start: 0 for what is not null.
+OVLAYER_API HRESULT WINAPI OleRun(IUnknown* object);
 OVLAYER_API HRESULT WINAPI CoCreateInstance(REFCLSID id, IUnknown* outer, DWORD context, REFIID iid, LPVOID* object);

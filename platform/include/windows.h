@@ -6,6 +6,7 @@
 #include "win/account.h"
 #include "win/module.h"
 #include "win/registry.h"
+#include "win/security.h"
 #include "win/sync.h"
 #include "win/text.h"
 #include "win/time.h"

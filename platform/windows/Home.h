@@ -38,6 +38,15 @@ inline BOOL OvLastPolicySignal(BOOL, SYSTEMTIME*) {
     return FALSE;
 }
 
+// Callers are those of the system's own remote calls.
+inline DWORD OvBeginCallOfUser(DWORD, DWORD) {
+    return ERROR_NOT_SUPPORTED;
+}
+inline DWORD OvBeginCallOfSids(const LPCWSTR*, DWORD, DWORD) {
+    return ERROR_NOT_SUPPORTED;
+}
+inline void OvEndCall() {}
+
 // Nor does it tell where a node stood.
 struct IXMLDOMNode;
 inline BOOL OvNodePosition(IXMLDOMNode*, DWORD*, DWORD*) {

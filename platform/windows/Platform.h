@@ -8,7 +8,9 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <comdef.h>
+#include <lm.h>
 #include <msxml.h>
 #include <objbase.h>
 #include <oleauto.h>

@@ -1,0 +1,4 @@
+// Access lists and trustees.
+#pragma once
+
+#include "win/security.h"
