@@ -2,9 +2,8 @@
 //
 // Users     S-1-5-18 is uid 0; every other user is S-1-22-1-<uid>, every group S-1-22-2-<gid>. S-1-1-0 (Everyone) and
 //           S-1-5-32-545 (Users) are in every token; S-1-5-32-544 (Administrators) is in that of uid 0 and of the
-//           members
-//           of the administrator groups: the REG_MULTI_SZ AdministratorGroups of HKEY_LOCAL_MACHINE\SOFTWARE\Orvantis\
-//           Platform, else sudo, wheel and admin.
+//           members of the administrator groups: the REG_MULTI_SZ AdministratorGroups of the key
+//           SOFTWARE\Orvantis\Platform of HKEY_LOCAL_MACHINE, else sudo, wheel and admin.
 // Errors    BOOL calls say why not by the last error, the others return it.
 // Threads   an impersonation belongs to its thread.
 #pragma once
