@@ -35,6 +35,8 @@ inline constexpr CLSID CLSID_ServerInfo = {
 inline constexpr IID IID_IOVServerInfo = {0xDC6DF02A, 0xE9C8, 0x4115, {0xBA, 0xDB, 0xF8, 0x12, 0xE4, 0xF1, 0x67, 0x3E}};
 inline constexpr IID IID_IOVServerInfoExt = {
     0x815ED444, 0xCA7C, 0x4BA6, {0x8C, 0xAB, 0x34, 0xD4, 0xE0, 0xA4, 0x0D, 0x21}};
+inline constexpr IID IID_IOVAuthenticationPolicyEx = {
+    0x99F038AE, 0x0E79, 0x4FFD, {0xA0, 0x52, 0xE9, 0x22, 0xE9, 0xCF, 0x3B, 0x19}};
 inline constexpr IID IID_IOVServerInfoNotify = {
     0x91807E92, 0x23C9, 0x4D5C, {0x8E, 0x40, 0x8D, 0xBF, 0xAD, 0xC5, 0x28, 0x96}};
 inline constexpr IID IID_IOVInfoChangeCallback = {
@@ -119,6 +121,23 @@ struct IOVServerInfo : public IUnknown {
 
 // The same operations on the same table, under a second id.
 struct IOVServerInfo2 : public IOVServerInfo {};
+
+// Which credentials apply to a user, and who is an administrator.
+//
+// A list is `count` 64-bit masks in one CoTaskMem block, the caller's to free; an empty list is 0 and null. The masks are
+// alternatives. A name comes with its form: 3 for DOMAIN\account, 8 for a SID, 0 for the recovery account, other numbers
+// as the suite's user service counts them. On a failure the list is empty. 0x80070057: a null or empty name, or an output
+// that is missing. 0x80070002: no policy says anything for this user.
+struct IOVAuthenticationPolicyEx : public IUnknown {
+    // At logon on this computer.
+    STDMETHOD(GetUserLogonPolicyList)(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) = 0;
+    // In the session of the caller of this call, for that caller.
+    STDMETHOD(GetSessionPolicyList)(DWORD* count, ULONGLONG** list) = 0;
+    // In a session, for a named user.
+    STDMETHOD(GetUserSessionPolicyList)(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) = 0;
+    // 0 for an administrator of this computer, 1 for everybody else and whenever that cannot be found out.
+    STDMETHOD(IsAdmin)(LPCWSTR userName, DWORD nameFormat) = 0;
+};
 
 // Policy of a computer that no domain manages: files in the folders below its data root.
 struct IOVServerInfoExt : public IUnknown {

@@ -21,11 +21,19 @@ OVLAYER_API HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR* text);
 OVLAYER_API int WINAPI StringFromGUID2(REFGUID id, LPOLESTR text, int room);
 OVLAYER_API HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID id);
 
-// Classes of the layer's own: "Msxml2.DOMDocument". They belong to no apartment and want no initialised COM.
-// 0x800401F3 for a name that is not known, in any case of its letters; 0x80040154 for a class that is not.
+// A class is looked for among those that the process has registered, then among the layer's own ("Msxml2.DOMDocument"),
+// then in CLSID\{...}\InprocServer32 of HKEY_CLASSES_ROOT, whose default value names a module; that stays loaded.
+// Nothing belongs to an apartment, and nothing wants COM to be initialised. 0x800401F3 for a name that is not known, in
+// any case of its letters; 0x80040154 for a class that is not.
 #define CLSCTX_INPROC_SERVER 1
 #define CLSCTX_ALL 23
 OVLAYER_API HRESULT WINAPI CLSIDFromProgID(LPCOLESTR name, LPCLSID id);
 // Nothing to start: 0 for what is not null.
 OVLAYER_API HRESULT WINAPI OleRun(IUnknown* object);
 OVLAYER_API HRESULT WINAPI CoCreateInstance(REFCLSID id, IUnknown* outer, DWORD context, REFIID iid, LPVOID* object);
+
+// Registers a class object of this process, for use in it: CLSCTX_INPROC_SERVER and REGCLS_MULTIPLEUSE.
+#define REGCLS_MULTIPLEUSE 1
+OVLAYER_API HRESULT WINAPI CoRegisterClassObject(REFCLSID id, IUnknown* classObject, DWORD context, DWORD flags,
+                                                 DWORD* cookie);
+OVLAYER_API HRESULT WINAPI CoRevokeClassObject(DWORD cookie);

@@ -1,5 +1,7 @@
 // The questions of IOVServerInfo: an array of records, one number, one string.
 #include "module/Failure.h"
+#include "security/AccessToken.h"
+#include "security/ClientImpersonation.h"
 #include "store/PolicyNames.h"
 #include "store/ServerInfo.h"
 
@@ -35,7 +37,21 @@ STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
 
 void CServerInfo::AnswerRecord(OV_SERVER_INFO_EX& record) noexcept {
     const CReducedName reduced(record);
-    GetMachineValue(record);
+    const bool ofUser = record.hr != OV_QUERY_DEFAULT && IsUserScopedName(record.name);
+    if (!ofUser || !AnswerForUser(record)) GetMachineValue(record);
+}
+
+// From the caller's own policy; false when that has no answer. The system itself has no such policy, and a thread without
+// a caller no token.
+bool CServerInfo::AnswerForUser(OV_SERVER_INFO_EX& record) noexcept {
+    return SUCCEEDED(Guarded([&]() -> HRESULT {
+        const CClientImpersonation impersonation;
+        CAccessToken token;
+        CSid caller;
+        if (const DWORD error = token.OpenThread(TOKEN_QUERY, TRUE)) return HRESULT_FROM_WIN32(error);
+        if (const DWORD error = token.ReadUser(caller)) return HRESULT_FROM_WIN32(error);
+        return caller == LocalSystemSid() ? kNotFound : ReadCurrentUserValue(record);
+    }));
 }
 
 STDMETHODIMP CServerInfo::GetItemLong(LPCWSTR name, DWORD* value) {

@@ -118,6 +118,11 @@ void CServerInfo::Observe(CLoadObserver* observer) noexcept {
     m_observer = observer;
 }
 
+void CServerInfo::Observe(CDecisionObserver* observer) noexcept {
+    CLockGuard lock(m_lock);
+    m_decisionObserver = observer;
+}
+
 CLoadReport CServerInfo::LastLoad() noexcept {
     CLockGuard lock(m_lock);
     return m_lastLoad;

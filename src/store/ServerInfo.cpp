@@ -1,13 +1,26 @@
 #include "store/ServerInfo.h"
 
+#include "module/Failure.h"
+
 std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcept {
     static constexpr InterfaceEntry<CServerInfo> kMap[] = {
         {IID_IOVServerInfo2, &InterfaceOf<CServerInfo, IOVServerInfo2>},
         {IID_IOVServerInfo, &InterfaceOf<CServerInfo, IOVServerInfo>},
         {IID_IOVServerInfoExt, &InterfaceOf<CServerInfo, IOVServerInfoExt>},
+        {IID_IOVAuthenticationPolicyEx, &InterfaceOf<CServerInfo, IOVAuthenticationPolicyEx>},
         {IID_IOVServerInfoNotify, &InterfaceOf<CServerInfo, IOVServerInfoNotify>},
     };
     return kMap;
+}
+
+HRESULT CServerInfo::FinalConstruct() {
+    OVTraceNS::CTraceScope scope("CServerInfo::FinalConstruct", 0);
+    return AtBoundary(scope, [&]() -> HRESULT {
+        CreateDefaultSecurityDescriptor();
+        m_adminAcl.InitializeFromThreadToken(false, true);
+        RaiseIfFailed(m_adminAcl.AddAllowedAce(AdministratorsSid(), kReadItems));
+        return S_OK;
+    });
 }
 
 void CServerInfo::FinalRelease() noexcept {

@@ -16,10 +16,13 @@
 #include <span>
 
 #include "Platform.h"
+#include "authpolicy/DecisionObserver.h"
+#include "authpolicy/PolicyList.h"
 #include "module/ComFrame.h"
 #include "module/RegistryKey.h"
 #include "notify/NotificationSubscriber.h"
 #include "notify/PolicyRefresh.h"
+#include "security/SecureObject.h"
 #include "sources/LoadObserver.h"
 #include "store/LoadReport.h"
 #include "store/PolicyMap.h"
@@ -30,8 +33,10 @@ class CExtXMLPolicyReader;
 class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
                     public CComCoClass<CServerInfo, &CLSID_ServerInfo>,
                     public CGPNotifyImpl<CServerInfo>,
+                    public COVSecureObject,
                     public IOVServerInfo2,
                     public IOVServerInfoExt,
+                    public IOVAuthenticationPolicyEx,
                     public IOVServerInfoNotify {
   public:
     using CExtXMLPolicyReader = ::CExtXMLPolicyReader;
@@ -53,6 +58,13 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     STDMETHOD(SetWorkgroupPolicies)() override;
     STDMETHOD(CopyWorkgroupPoliciesLocally)(LPCWSTR xml) override;
 
+    // Decisions: authpolicy/. Described in the public header.
+    STDMETHOD(GetUserLogonPolicyList)(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) override;
+    STDMETHOD(GetSessionPolicyList)(DWORD* count, ULONGLONG** list) override;
+    STDMETHOD(GetUserSessionPolicyList)
+    (LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) override;
+    STDMETHOD(IsAdmin)(LPCWSTR userName, DWORD nameFormat) override;
+
     // Changes: notify/Subscribers.cpp. Described in the public header.
     STDMETHOD(RegisterNotification)(LPCWSTR name, IOVInfoChangeCallback* callback, DWORD* cookie) override;
     STDMETHOD(UnregisterNotification)(DWORD cookie) override;
@@ -60,6 +72,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // One refresh of `object`, on a thread of the wait pool: notify/Refresh.cpp.
     static void GPOThreadProc(void* object) noexcept;
 
+    HRESULT FinalConstruct();
     bool PutOffEnd() noexcept;  // notify/Refresh.cpp
     void FinalRelease() noexcept;
 
@@ -68,6 +81,8 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     CPolicyMap ManagedItems();  // a copy
     // From now on `observer` looks on at every load; null for none. It outlives the object or is taken away.
     void Observe(CLoadObserver* observer) noexcept;
+    // And at every decision.
+    void Observe(CDecisionObserver* observer) noexcept;
 
   protected:
     // Load and compare: store/LoadCompare.cpp. Failures are raised.
@@ -103,16 +118,36 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     HRESULT GetMachineValue(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetRegistryValue(LPCWSTR basePath, OV_SERVER_INFO_EX& record) noexcept;
 
+    // User values: store/UserValues.cpp. As GetMachineValue, but 0 for every success. This thread acts for the user.
+    HRESULT ReadCurrentUserValue(OV_SERVER_INFO_EX& record) noexcept;
+
+    // Administrators: authpolicy/AdminDecision.cpp. The first two tell what the suite remembers of a domain's user.
+    HRESULT GetAdminResultFromCache(LPCWSTR userName, DWORD nameFormat, DWORD* isAdmin) noexcept;
+    HRESULT CacheAdminResult(LPCWSTR userName, DWORD nameFormat, DWORD isAdmin) noexcept;
+    bool IsCallerAdministrator();  // raises why it cannot be told
+
+    // The policy item that decides, with its value for FreeValue: authpolicy/LogonPolicy.cpp and SessionPolicy.cpp. The
+    // result is the item's.
+    HRESULT GetUserLogonPolicy(LPCWSTR userName, DWORD nameFormat, OV_SERVER_VALUE* value);
+    HRESULT GetSessionPolicy(OV_SERVER_VALUE* value);
+    HRESULT GetUserSessionPolicy(LPCWSTR userName, DWORD nameFormat, OV_SERVER_VALUE* value);
+
+    // Security: security/ObjectSecurity.cpp. Who may do what with the object.
+    HRESULT CreateDefaultSecurityDescriptor() override;
+
     // Guarded by m_lock.
     CPolicyMap m_machineItems;  // the store: what is managed, as of the last load
     std::shared_ptr<const CPolicyMap> m_changedItems = std::make_shared<const CPolicyMap>();  // see ChangedItems
     std::map<DWORD, CNotificationSubscriber> m_subscribers;                                   // by cookie
     CLoadReport m_lastLoad;
-    CLoadObserver* m_observer = nullptr;  // not owned
+    CLoadObserver* m_observer = nullptr;          // not owned
+    CDecisionObserver* m_decisionObserver = nullptr;  // not owned
     bool m_initialized = false;           // Initialize has done its work
     bool m_subscribed = false;            // the Group Policy subscription exists
     bool m_terminating = false;           // no new subscribers
     bool m_endPutOff = false;             // the refresh on this thread ends the object; of that thread alone
+
+    CSecurityDescriptor m_adminAcl;  // asked which rights an account has on it; made once
 
   private:
     friend struct StoreDoor;  // tests and benchmarks put items into the store through it
@@ -125,6 +160,18 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     void InsertGPOValue(const CValueWalk& walk, const wstr& path, LPCWSTR key, OVTraceNS::CTraceScope& scope);
     void ReadSource(const PolicySource& source, bool enterPolicySection, OVTraceNS::CTraceScope& scope);
     void ReadPolicyFile(LPCWSTR path, PolicyForm form);
+    // One step of a decision, for whoever looks on.
+    void NoteStep(DecisionStep step, LPCWSTR name, HRESULT result, ULONGLONG number) const {
+        if (m_decisionObserver) m_decisionObserver->Step(step, name, result, number);
+    }
+    bool IsLocalAdmin(LPCWSTR samName, OVTraceNS::CTraceScope& scope);
+    bool IsDomainAdmin(LPCWSTR userName, DWORD nameFormat, LPWSTR samName, OVTraceNS::CTraceScope& scope);
+    bool IsLockedByAgent(DWORD* count, ULONGLONG** list);
+    void AdjustLogonList(CPolicyList& entries);
+    HRESULT ReadPolicyItem(LPCWSTR name, OV_SERVER_VALUE& value);
+    HRESULT ReadCommonSessionItem(OV_SERVER_VALUE& value, OVTraceNS::CTraceScope& scope);
+    bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
+
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);
     void FindMachineValue(OV_SERVER_INFO_EX& record, bool defaultOnly, OVTraceNS::CTraceScope& scope);

@@ -1,0 +1,21 @@
+// Credential lists: what a policy value stands for, and how a list crosses the interface.
+#pragma once
+
+#include <orvantis/ServerInfo.h>
+
+#include <vector>
+
+#include "Platform.h"
+
+using CPolicyList = std::vector<ULONGLONG>;
+
+// Appends the alternatives of a policy value: type 4, a mask in the lower half and its selector (0: each bit is one, 1:
+// all of it is one) in the upper; or type 11, whose elements of type 10 are one each. Releases what the value owns.
+// Raises 0x8000FFFF for another type or selector.
+void ExpandPolicyValue(const OV_SERVER_VALUE& value, CPolicyList& entries);
+
+// As a block that is the client's. An empty list is a null pointer. Raises 0x8007000E, the count being written then.
+void HandOut(const CPolicyList& entries, DWORD* count, ULONGLONG** list);
+
+// Empties the outputs of an operation that gives a list. False when one of them is missing.
+bool ClearList(DWORD* count, ULONGLONG** list) noexcept;
