@@ -5,6 +5,7 @@
 //                   empty: it is not locked
 //   DomainAccounts  REG_MULTI_SZ: accounts that come from a domain, though the system does not tell; all others are of
 //                   this computer
+#include <algorithm>
 #include <vector>
 
 #include "authpolicy/UserService.h"

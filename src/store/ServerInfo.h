@@ -83,6 +83,8 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     void Observe(CLoadObserver* observer) noexcept;
     // And at every decision.
     void Observe(CDecisionObserver* observer) noexcept;
+    // One record from the policy of the caller of the current call; false when that has no answer.
+    bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
 
   protected:
     // Load and compare: store/LoadCompare.cpp. Failures are raised.
@@ -170,7 +172,6 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     void AdjustLogonList(CPolicyList& entries);
     HRESULT ReadPolicyItem(LPCWSTR name, OV_SERVER_VALUE& value);
     HRESULT ReadCommonSessionItem(OV_SERVER_VALUE& value, OVTraceNS::CTraceScope& scope);
-    bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
 
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);

@@ -254,7 +254,7 @@ TEST(Explain, NamesAsWinnerWhatAQuestionAnswers) {
         const CStoreView view(&ledger);
         for (const CItem& item : AskItems(view.Info(), CDiceMachine::Names(), OV_QUERY)) {
             SCOPED_TRACE(Narrow(item.Name()));
-            const std::vector<CLevel> levels = LevelsOf(item.Name(), ledger);
+            const std::vector<CLevel> levels = LevelsOf(item.Name(), ledger, view);
             const CLevel* const winner = WinnerOf(levels);
             ASSERT_EQ(winner != nullptr, item.Result() == S_OK || item.Result() == S_FALSE ||
                                              item.Result() == HRESULT_FROM_WIN32(ERROR_NOT_SUPPORTED))

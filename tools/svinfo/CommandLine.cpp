@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 
+#include "svinfo/Caller.h"
 #include "svinfo/Host.h"
 #include "svinfo/Suggest.h"
 #include "svinfo/Text.h"
@@ -58,6 +59,18 @@ const CVerb kVerbs[] = {
      "  --once        ends behind the first change, and those that came with it\n"
      "  --timeout S   ends after S seconds\n",
      DefineWatch},
+    {"logon-policy", "USER [--explain]", "which credentials apply to a user at logon",
+     "\nUSER is an account, DOMAIN\\account, a SID, or Recovery. One mask a line; they are alternatives.\n"
+     "  --explain   the road to the list, step by step\n",
+     DefineLogonPolicy},
+    {"session-policy", "[USER] [--explain]", "which credentials apply in a session",
+     "\nWithout USER to the caller in the caller's session: you, or whom --as and --session name.\n"
+     "  --explain   the road to the list, step by step\n",
+     DefineSessionPolicy},
+    {"is-admin", "USER [--explain]", "whether a user is an administrator of this computer",
+     "\nEnds with 0 for yes and 1 for no, also when it cannot be found out.\n"
+     "  --explain   how that was found out\n",
+     DefineIsAdmin},
     {"status", "", "root, hives, module, items, the last load, tracing", "", DefineStatus},
     {"gpupdate", "FILE... [--user NAME]", "applies Registry.pol files as the machine's or one user's policy",
      "\nWhat the last application set is taken back first; all of it happens or nothing. Then every process that "
@@ -103,6 +116,8 @@ std::string UnmarkWhole(std::string argument) {
 
 struct CGlobalOptions {
     std::optional<std::string> root;
+    std::optional<std::string> as;
+    std::optional<std::string> session;
     std::string color = "auto";
     bool help = false;
     COutputStyle style;
@@ -176,6 +191,8 @@ CParser::CParser() {
     Prepare(m_app);
     m_app.allow_extras();
     m_app.add_option("--root", m_options.root);
+    m_app.add_option("--as", m_options.as);
+    m_app.add_option("--session", m_options.session);
     m_app.add_option("--color", m_options.color)->check(CLI::IsMember({"auto", "always", "never"}));
     m_app.add_flag("--json", m_options.style.json);
     m_app.add_flag("-q", m_options.style.quiet);
@@ -310,6 +327,7 @@ ExitCode Run(const std::vector<std::string>& args, bool terminal) {
     }
     if (options.root) UseRoot(*options.root);
     const CApartment apartment;
+    const CCaller caller(options.as, options.session);
     const ExitCode code = parser.Chosen()->action(output);
     output.Finish();
     return code;

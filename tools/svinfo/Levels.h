@@ -1,5 +1,5 @@
-// What every level says of one item, the strongest first: the sources of the store, then the local keys in the order in
-// which a question asks them.
+// What every level says of one item, the strongest first: the caller's own policy for the names that users have, the
+// sources of the store, then the local keys in the order in which a question asks them.
 #pragma once
 
 #include <string>
@@ -7,6 +7,7 @@
 
 #include "svinfo/Items.h"
 #include "svinfo/SourceLedger.h"
+#include "svinfo/StoreView.h"
 
 enum class LevelState {
     kWon,         // the answer
@@ -20,7 +21,7 @@ const char* LevelStateName(LevelState state) noexcept;
 Tone ToneOf(LevelState state) noexcept;
 
 struct CLevel {
-    const char* kind;  // the word for the source, "local" or "default"
+    const char* kind;  // the word for the source, "user", "local" or "default"
     LevelState state;
     CPlace place;
     CItem held;       // what it holds; without a value where it holds nothing
@@ -28,7 +29,7 @@ struct CLevel {
 };
 
 // `name` as the component asks for it: reduced. Throws CCommandFailure when the registry fails.
-std::vector<CLevel> LevelsOf(const wstr& name, const CSourceLedger& ledger);
+std::vector<CLevel> LevelsOf(const wstr& name, const CSourceLedger& ledger, const CStoreView& view);
 
 // The one that won; null when there is none.
 const CLevel* WinnerOf(const std::vector<CLevel>& levels) noexcept;

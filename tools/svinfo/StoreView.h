@@ -12,6 +12,7 @@ class CStoreView {
     explicit CStoreView(CLoadObserver* observer = nullptr);
 
     IOVServerInfo& Info() const noexcept { return *m_interface; }
+    CServerInfo& Object() const noexcept { return *m_object; }
     CPolicyMap ManagedItems() const { return m_object->ManagedItems(); }
     CLoadReport LastLoad() const noexcept { return m_object->LastLoad(); }
 

@@ -89,7 +89,7 @@ ExitCode Explain(const std::string& argument, COutput& output) {
     CSourceLedger ledger;
     const CStoreView view(&ledger);
     const std::vector<CItem> items = AskItems(view.Info(), {name}, OV_QUERY);
-    const std::vector<CLevel> levels = LevelsOf(name, ledger);
+    const std::vector<CLevel> levels = LevelsOf(name, ledger, view);
     if (output.Style().json) {
         output.Json(AnswerOf(items[0], levels));
     } else {

@@ -15,6 +15,7 @@ constexpr const char* kOptions =
     "                              this computer's own\n"
     "  --json                      one JSON object instead of text\n"
     "  --color auto|always|never   colors; auto heeds NO_COLOR and asks whether the output is a terminal\n"
+    "  --as USER, --session N      ask as that user, or in that session; for root\n"
     "  -q                          no summaries, only data and what went wrong\n"
     "  -v                          more: get prints its table for a single name, too\n"
     "  -h, --help                  this page, or that of the verb\n"

@@ -130,7 +130,7 @@ void Show(const CChanges& changes, COutput& output) {
     CSourceLedger ledger;
     const CStoreView view(&ledger);  // where each comes from, by now
     for (const CChange& change : changes) {
-        const std::vector<CLevel> levels = LevelsOf(change.now.Name(), ledger);
+        const std::vector<CLevel> levels = LevelsOf(change.now.Name(), ledger, view);
         const CLevel* const winner = WinnerOf(levels);
         if (output.Style().json) {
             output.Json(ChangeJson(change, winner));
