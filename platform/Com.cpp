@@ -115,3 +115,7 @@ HRESULT WINAPI CLSIDFromString(LPCOLESTR text, LPCLSID id) {
     SetBytes(*id, out);
     return whole ? S_OK : CO_E_CLASSSTRING;
 }
+
+HRESULT WINAPI OleRun(IUnknown* object) {
+    return object ? S_OK : E_INVALIDARG;
+}

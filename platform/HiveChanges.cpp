@@ -79,6 +79,12 @@ DWORD AddBelow(CHiveDatabase& database, const CKeyPath& path, bool isVolatile, C
     return ERROR_SUCCESS;
 }
 
+DWORD RemoveSecurity(CHiveDatabase& database, std::int64_t key) {
+    bool has = false;
+    if (const DWORD error = database.HasSecurity(has)) return error;
+    return has ? CQuery(database, Sql::RemoveSecurity).Bind(key).Execute() : static_cast<DWORD>(ERROR_SUCCESS);
+}
+
 // Before anything is changed.
 DWORD CheckLengths(const CPathStart& start, LPCWSTR path) noexcept {
     CKeyPath check(start, path);
@@ -130,6 +136,7 @@ DWORD CRemoveKey::Make(CHiveDatabase& database) {
     m_parent = key.parent;
     m_id = key.id;
     if (const DWORD error = CQuery(database, Sql::RemoveValues).Bind(m_id).Execute()) return error;
+    if (const DWORD error = RemoveSecurity(database, m_id)) return error;
     return CQuery(database, Sql::RemoveKey).Bind(m_id).Execute();
 }
 
@@ -159,4 +166,16 @@ DWORD CRemoveValue::Make(CHiveDatabase& database) {
     CQuery query(database, Sql::RemoveValue);
     if (const DWORD error = query.Bind(m_id).Bind(stored.Bytes()).Execute()) return error;
     return database.Changes() == changes ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
+}
+
+DWORD CPutSecurity::Make(CHiveDatabase& database) {
+    if (const DWORD error = m_key.Make(database)) return error;
+    if (m_list.empty()) return RemoveSecurity(database, m_key.Id());
+    if (const DWORD error = database.Run(Sql::MakeSecurity)) return error;
+    return CQuery(database, Sql::PutSecurity).Bind(m_key.Id()).Bind(m_list).Execute();
+}
+
+void CPutSecurity::CarryOver(CHiveView& view) const {
+    m_key.CarryOver(view);
+    view.PutSecurity(m_key.Id(), m_list);
 }

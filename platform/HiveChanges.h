@@ -93,3 +93,18 @@ class CRemoveValue : public CHiveChange {
     const std::u16string_view m_name;
     std::int64_t m_id = 0;
 };
+
+// Gives the key an access list; no bytes take it away. The bytes stay the caller's.
+class CPutSecurity : public CHiveChange {
+  public:
+    CPutSecurity(const CChangeStart& start, std::span<const BYTE> list) noexcept
+        : m_key(start, nullptr, false), m_list(list) {}
+
+    bool MakesHive() const noexcept override { return true; }
+    DWORD Make(CHiveDatabase& database) override;
+    void CarryOver(CHiveView& view) const override;
+
+  private:
+    CCreateKey m_key;  // HKEY_CLASSES_ROOT itself may be missing
+    const std::span<const BYTE> m_list;
+};

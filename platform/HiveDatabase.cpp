@@ -54,6 +54,12 @@ constexpr const char* kStatements[] = {
     "SELECT 1 FROM key WHERE boot IS NOT NULL AND boot<>?1 LIMIT 1",
     "DELETE FROM value WHERE key IN (SELECT id FROM key WHERE boot IS NOT NULL AND boot<>?1)",
     "DELETE FROM key WHERE boot IS NOT NULL AND boot<>?1",
+    "SELECT 1 FROM sqlite_master WHERE type='table' AND name='security'",
+    "CREATE TABLE IF NOT EXISTS security(key INTEGER PRIMARY KEY, dacl BLOB NOT NULL)",
+    "SELECT dacl FROM security WHERE key=?1",
+    "INSERT INTO security(key, dacl) VALUES(?1, ?2) ON CONFLICT DO UPDATE SET dacl=excluded.dacl",
+    "DELETE FROM security WHERE key=?1",
+    "DELETE FROM security WHERE key IN (SELECT id FROM key WHERE boot IS NOT NULL AND boot<>?1)",
 };
 static_assert(std::size(kStatements) == static_cast<std::size_t>(Sql::Count));
 
@@ -202,6 +208,12 @@ DWORD CHiveDatabase::Identify() noexcept {
     if (query.Number(0) != kApplicationId || query.Number(1) != kFormat) return ERROR_REGISTRY_CORRUPT;
     m_isIdentified = true;
     return ERROR_SUCCESS;
+}
+
+DWORD CHiveDatabase::HasSecurity(bool& has) noexcept {
+    CQuery query(*this, Sql::HasSecurity);
+    has = query.Row();
+    return query.Error();
 }
 
 void CHiveDatabase::Rollback() noexcept {

@@ -4,6 +4,7 @@
 //          two columns. `folded` is the upcased name, high byte first, so that the order of bytes is that of units;
 //          `name` is the name as it was given, low byte first, lone surrogates and all. The hive's root is the key 1.
 //          `boot` names the boot that a volatile key belongs to: such a key is gone in every other one.
+//          security(key, dacl) holds the access lists that keys were given; the first such list makes it.
 // Ids      are given out once, by the table `counter`: a handle on a deleted key must not wake up on another.
 // Threads  one at a time, as the owner's lock says.
 // Fails    with the errors of HiveError.h.
@@ -43,6 +44,12 @@ enum class Sql {
     StaleKeys,
     RemoveStaleValues,
     RemoveStaleKeys,
+    HasSecurity,
+    MakeSecurity,
+    Security,
+    PutSecurity,
+    RemoveSecurity,
+    RemoveStaleSecurity,
     Count
 };
 
@@ -66,6 +73,8 @@ class CHiveDatabase {
     DWORD Run(Sql sql) noexcept;
     // Changes with every commit of another connection. Outside a transaction it costs one of its own.
     DWORD ReadDataVersion(std::int64_t& version) noexcept;
+    // Whether there is a table `security`. Without it the statements about its rows cannot be run.
+    DWORD HasSecurity(bool& has) noexcept;
     // Once a connection, within its first transaction: whether the file is a hive of this form, else 1015.
     DWORD Identify() noexcept;
 

@@ -60,6 +60,7 @@ void CHiveView::Reset() noexcept {
     static std::atomic<std::uint64_t> last{0};
     m_number = ++last;
     m_keyById.clear();
+    m_security.clear();
     m_keys.clear();
     m_arena.Reset();
     m_wasted = 0;
@@ -83,6 +84,7 @@ void CHiveView::Swap(CHiveView& other) noexcept {
     std::swap(m_root, other.m_root);
     m_keys.swap(other.m_keys);
     m_keyById.swap(other.m_keyById);
+    m_security.swap(other.m_security);
 }
 
 CKey* CHiveView::Known(std::int64_t id) noexcept {
@@ -141,6 +143,26 @@ DWORD CHiveView::FindValue(CKey& key, const CSoughtName& name, CValue*& value) {
     return value ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 
+DWORD CHiveView::FindSecurity(const CKey& key, std::span<const BYTE>& list) {
+    list = {};
+    if (const auto known = m_security.find(key.id); known != m_security.end()) {
+        list = known->second;
+        return ERROR_SUCCESS;
+    }
+    if (m_isEmpty) return ERROR_SUCCESS;
+    if (!m_source) return kRowsWanted;
+    bool hasAny = false;
+    if (const DWORD error = m_source->HasSecurity(hasAny)) return error;
+    std::vector<BYTE> stored;
+    if (hasAny) {
+        CQuery query(*m_source, Sql::Security);
+        if (query.Bind(key.id).Row()) stored.assign(query.Bytes(0).begin(), query.Bytes(0).end());
+        if (query.Error()) return query.Error();
+    }
+    list = m_security[key.id] = std::move(stored);
+    return ERROR_SUCCESS;
+}
+
 DWORD CHiveView::LoadKeys(CKey& key) {
     if (!m_source) return kRowsWanted;
     std::vector<CKey*> keys;
@@ -189,6 +211,7 @@ void CHiveView::AddKey(std::int64_t parent, std::int64_t id, std::u16string_view
 }
 
 void CHiveView::RemoveKey(std::int64_t parent, std::int64_t id) {
+    m_security.erase(id);
     CKey* key = Known(id);
     if (!key) return;
     CKey* above = Known(parent);
@@ -220,4 +243,8 @@ void CHiveView::RemoveValue(std::int64_t id, std::u16string_view name) {
     if (!value) return;
     key->values.Erase(value);
     m_wasted += SizeOf(*value);
+}
+
+void CHiveView::PutSecurity(std::int64_t id, std::span<const BYTE> list) {
+    m_security[id].assign(list.begin(), list.end());
 }

@@ -73,6 +73,8 @@ class CHiveView {
     // ERROR_FILE_NOT_FOUND (2) when there is none.
     DWORD FindSubKey(CKey& parent, const CSoughtName& name, CKey*& key);
     DWORD FindValue(CKey& key, const CSoughtName& name, CValue*& value);
+    // The key's access list, empty for a key without one; good until the view is changed.
+    DWORD FindSecurity(const CKey& key, std::span<const BYTE>& list);
     // Make `keys` or `values` of the key what the hive holds.
     DWORD NeedKeys(CKey& key) { return key.hasKeys ? static_cast<DWORD>(ERROR_SUCCESS) : LoadKeys(key); }
     DWORD NeedValues(CKey& key) { return key.hasValues ? static_cast<DWORD>(ERROR_SUCCESS) : LoadValues(key); }
@@ -81,6 +83,7 @@ class CHiveView {
     void RemoveKey(std::int64_t parent, std::int64_t id);
     void PutValue(std::int64_t key, std::u16string_view name, DWORD type, std::span<const BYTE> data);
     void RemoveValue(std::int64_t key, std::u16string_view name);
+    void PutSecurity(std::int64_t key, std::span<const BYTE> list);
     // Whether records that were replaced take so much room that it is better to begin anew.
     bool IsWasteful() const noexcept {
         return m_wasted > kMuchWaste && m_wasted > (m_arena.Used() + m_keys.size() * sizeof(CKey)) / 2;
@@ -105,4 +108,5 @@ class CHiveView {
     CKey* m_root = nullptr;  // once it was found
     std::deque<CKey> m_keys;
     std::unordered_map<std::int64_t, CKey*> m_keyById;
+    std::unordered_map<std::int64_t, std::vector<BYTE>> m_security;  // of the few keys that were asked for theirs
 };

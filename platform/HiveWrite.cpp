@@ -35,6 +35,11 @@ DWORD RemoveStale(CHiveDatabase& database, bool& none) noexcept {
         if (none) return stale.Error();
     }
     if (const DWORD error = CQuery(database, Sql::RemoveStaleValues).Bind(BootId()).Execute()) return error;
+    bool hasSecurity = false;
+    if (const DWORD error = database.HasSecurity(hasSecurity)) return error;
+    if (hasSecurity) {
+        if (const DWORD error = CQuery(database, Sql::RemoveStaleSecurity).Bind(BootId()).Execute()) return error;
+    }
     return CQuery(database, Sql::RemoveStaleKeys).Bind(BootId()).Execute();
 }
 

@@ -28,7 +28,7 @@ CKeyUse::CKeyUse(HKEY key) {
     } else if (key == HKEY_CLASSES_ROOT) {
         UsePredefined(CHives::Get().Machine(), kClassesRoot);
     } else if (key == HKEY_CURRENT_USER) {
-        UsePredefined(CHives::Get().User(EffectiveUserSid()));
+        UsePredefined(CHives::Get().User(ProcessUserSid()));
     } else if (key == HKEY_USERS) {
         UsePredefined(CHives::Get().Users());
     } else {
@@ -88,7 +88,11 @@ DWORD CKeyUse::EnterUserHive(LPCWSTR& path) {
     CHive& hive = CHives::Get().User(sid);
     UsePredefined(hive);
     path = components.Rest();
-    return hive.Read([](CHiveView& view) -> DWORD { return view.IsEmpty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS; });
+    return HasHive();
+}
+
+DWORD CKeyUse::HasHive() const {
+    return m_hive->Read([](CHiveView& view) -> DWORD { return view.IsEmpty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS; });
 }
 
 DWORD CKeyUse::FindStart(CHiveView& view, CKey*& key) const {

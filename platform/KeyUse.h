@@ -30,6 +30,8 @@ class CKeyUse {
     // stays where it is. ERROR_FILE_NOT_FOUND (2) for a user without a hive, who is entered all the same, and for a
     // name that is no SID.
     DWORD EnterUserHive(LPCWSTR& path);
+    // ERROR_FILE_NOT_FOUND (2) when there is no such hive.
+    DWORD HasHive() const;
 
     // Inside CHive::Read. ERROR_FILE_NOT_FOUND (2) when there is no such key.
     DWORD Find(CHiveView& view, CKeyPath& path, CKey*& key) const;

@@ -1,6 +1,7 @@
 // The built-in "Userenv.dll": what tells processes of a policy change, and what keeps them from reading half of one.
 #include <memory>
 
+#include "BoolCall.h"
 #include "Event.h"
 #include "Home.h"
 #include "PolicyListener.h"
@@ -16,18 +17,6 @@ class CPolicySection : public CKernelObject {
   private:
     CFile m_file;  // the lock goes with it
 };
-
-// Runs a body that gives a Win32 error; whatever it raises is for want of memory, or of a thread.
-template <class Body>
-BOOL Succeeds(Body body) noexcept {
-    DWORD error = ERROR_NOT_ENOUGH_MEMORY;
-    try {
-        error = body();
-    } catch (...) {
-    }
-    if (error) SetLastError(error);
-    return error == ERROR_SUCCESS;
-}
 
 }  // namespace
 

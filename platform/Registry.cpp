@@ -109,7 +109,12 @@ LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result) {
     *result = nullptr;
     if (access & ~kKnownAccess) return ERROR_INVALID_PARAMETER;
     return RegistryCall([&]() -> DWORD {
-        const CKeyUse use(CHives::Get().User(EffectiveUserSid()), kAllAccess);
+        const std::string user = EffectiveUserSid();
+        const CKeyUse use(CHives::Get().User(user), kAllAccess);
+        // A process always has a hive of its own, though it may be empty; others have one when it exists.
+        if (user != ProcessUserSid()) {
+            if (const DWORD error = use.HasHive()) return error;
+        }
         return Open(use, nullptr, access, *result);
     });
 }

@@ -14,7 +14,7 @@ constexpr std::size_t kLongestSid = 184;
 
 }  // namespace
 
-std::string EffectiveUserSid() {
+std::string ProcessUserSid() {
     const uid_t user = geteuid();
     return user == 0 ? std::string(kSystem) : std::string(kUnixUser) + std::to_string(user);
 }

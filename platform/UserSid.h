@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
-// Whom the calling thread acts for.
+// Whom the calling thread acts for: whom it impersonates, else the process.
 std::string EffectiveUserSid();
+std::string ProcessUserSid();
 
 // Nothing for the SID of no user of this system.
 std::optional<uid_t> UserOfSid(std::string_view sid) noexcept;

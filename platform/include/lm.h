@@ -6,6 +6,8 @@
 #define USER_PRIV_GUEST 0u
 #define USER_PRIV_USER 1u
 #define USER_PRIV_ADMIN 2u
+#define ERROR_BAD_NETPATH 53
+#define ERROR_INVALID_LEVEL 124
 #define NERR_Success 0u
 #define NERR_UserNotFound 2221u
 

@@ -39,6 +39,9 @@ inline BOOL OvLastPolicySignal(BOOL, SYSTEMTIME*) {
 }
 
 // Callers are those of the system's own remote calls.
+inline DWORD OvBeginCallOfPeer(int) {
+    return ERROR_NOT_SUPPORTED;
+}
 inline DWORD OvBeginCallOfUser(DWORD, DWORD) {
     return ERROR_NOT_SUPPORTED;
 }

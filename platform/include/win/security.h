@@ -2,8 +2,8 @@
 //
 // Users     S-1-5-18 is uid 0; every other user is S-1-22-1-<uid>, every group S-1-22-2-<gid>. S-1-1-0 (Everyone) and
 //           S-1-5-32-545 (Users) are in every token; S-1-5-32-544 (Administrators) is in that of uid 0 and of the
-//           members of the administrator groups: the REG_MULTI_SZ AdministratorGroups of the key
-//           SOFTWARE\Orvantis\Platform of HKEY_LOCAL_MACHINE, else sudo, wheel and admin.
+//           members of the administrator groups: the REG_MULTI_SZ AdministratorGroups of the machine's key
+//           SOFTWARE\Orvantis\Platform, else sudo, wheel and admin.
 // Errors    BOOL calls say why not by the last error, the others return it.
 // Threads   an impersonation belongs to its thread.
 #pragma once
@@ -11,11 +11,16 @@
 #include "win/account.h"
 #include "win/types.h"
 
-#define ERROR_INVALID_SECURITY_DESCR 1338
+#define ERROR_BAD_LENGTH 24
 #define ERROR_NO_TOKEN 1008
-#define ERROR_CANT_OPEN_ANONYMOUS 1347
-#define ERROR_INVALID_ACL 1336
+#define ERROR_UNKNOWN_REVISION 1305
+#define ERROR_REVISION_MISMATCH 1306
+#define ERROR_PRIVILEGE_NOT_HELD 1314
 #define ERROR_NO_SUCH_USER 1317
+#define ERROR_INVALID_ACL 1336
+#define ERROR_INVALID_SECURITY_DESCR 1338
+#define ERROR_ALLOTTED_SPACE_EXCEEDED 1344
+#define ERROR_CANT_OPEN_ANONYMOUS 1347
 #define RPC_S_INVALID_BINDING 1702
 #define RPC_E_CALL_COMPLETE OV_HR(0x80010117)
 
@@ -23,8 +28,10 @@
 OVLAYER_API HANDLE WINAPI GetCurrentThread();
 OVLAYER_API HANDLE WINAPI GetCurrentProcess();
 
+// No other right gives anything here, but all that tokens have can be asked for.
 #define TOKEN_QUERY 0x0008
 #define TOKEN_ADJUST_DEFAULT 0x0080
+#define TOKEN_ALL_ACCESS 0xF01FF
 
 enum SECURITY_IMPERSONATION_LEVEL {
     SecurityAnonymous,
@@ -76,7 +83,8 @@ OVLAYER_API BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE* t
 // for a token opened without TOKEN_QUERY, 87 for a class that is not served.
 OVLAYER_API BOOL WINAPI GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size,
                                             DWORD* needed);
-// TokenIntegrityLevel alone, of a token opened with TOKEN_ADJUST_DEFAULT; upwards only for uid 0.
+// TokenIntegrityLevel alone, of a token opened with TOKEN_ADJUST_DEFAULT: of this token object, no other one of the same
+// user. Upwards only for uid 0, else 1314; 24 for a buffer that is too small, 1337 for what is no S-1-16-x.
 OVLAYER_API BOOL WINAPI SetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size);
 
 // The process's own identity, as it is at that moment.
@@ -103,10 +111,12 @@ OVLAYER_API BOOL WINAPI CopySid(DWORD size, PSID to, PSID from);
 OVLAYER_API BOOL WINAPI InitializeSid(PSID sid, SID_IDENTIFIER_AUTHORITY* authority, BYTE subAuthorities);
 OVLAYER_API DWORD* WINAPI GetSidSubAuthority(PSID sid, DWORD index);
 OVLAYER_API BYTE* WINAPI GetSidSubAuthorityCount(PSID sid);
-// A SID for LocalFree; the two letters SY, BA, BU, WD, AN stand for theirs. 1337 for what is none, 87 for null.
+// A SID for LocalFree. Parts are decimal; the two letters SY, BA, BU, WD, AN stand for theirs. 1337 for what is none, 87
+// for null.
 OVLAYER_API BOOL WINAPI ConvertStringSidToSidW(LPCWSTR text, PSID* sid);
 // NSS names under the host's name as domain; SYSTEM of NT AUTHORITY, Administrators and Users of BUILTIN, Everyone of
-// no domain. 1332 for a SID that nobody has, 122 for a room that is too small. The lengths come back without the NUL.
+// no domain. 1332 for a SID that nobody has, 122 for a room that is too small. The lengths come back without the NUL;
+// who gave no room at all is told the room that is needed.
 OVLAYER_API BOOL WINAPI LookupAccountSidW(LPCWSTR system, PSID sid, LPWSTR name, DWORD* nameRoom, LPWSTR domain,
                                           DWORD* domainRoom, SID_NAME_USE* use);
 
@@ -165,10 +175,13 @@ OVLAYER_API BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descripto
 enum SE_OBJECT_TYPE { SE_UNKNOWN_OBJECT_TYPE = 0, SE_FILE_OBJECT = 1, SE_REGISTRY_KEY = 4 };
 #define DACL_SECURITY_INFORMATION 0x00000004u
 #define PROTECTED_DACL_SECURITY_INFORMATION 0x80000000u
-// The list of a registry key, stored with it in the hive. Other objects, and owner, group or audit list: 87.
+// The list of a registry key, stored with it in the hive; null takes it away. 5 for a handle without WRITE_DAC. Other
+// objects, and owner, group or audit list: 87. A list is always the key's own: nothing is inherited. It is kept for
+// those who ask for it, and does not itself keep anybody from the key.
 OVLAYER_API DWORD WINAPI SetSecurityInfo(HANDLE object, SE_OBJECT_TYPE type, DWORD what, PSID owner, PSID group,
                                          PACL dacl, PACL sacl);
-// What was stored; null without one. The descriptor is for LocalFree.
+// What was stored; null without one. The descriptor, which holds the list, is for LocalFree. 5 for a handle without
+// READ_CONTROL.
 OVLAYER_API DWORD WINAPI GetSecurityInfo(HANDLE object, SE_OBJECT_TYPE type, DWORD what, PSID* owner, PSID* group,
                                          PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor);
 
@@ -183,5 +196,6 @@ struct TRUSTEE_W {
     LPWSTR ptstrName;
 };
 OVLAYER_API void WINAPI BuildTrusteeWithNameW(TRUSTEE_W* trustee, LPWSTR name);
-// Of a named account (with or without a domain in front), through all the groups that it is in. 1332 for nobody's name.
+// Of an account, named (with or without a domain in front) or by its SID, through all the groups that it is in. 1332 for
+// nobody's name.
 OVLAYER_API DWORD WINAPI GetEffectiveRightsFromAclW(PACL acl, TRUSTEE_W* trustee, DWORD* rights);
