@@ -24,7 +24,9 @@ bool IsThisComputer(LPCWSTR server) {
 }
 
 DWORD GetInfo(const std::string& name, BYTE** buffer) {
-    const std::optional<CNssUser> user = NssUserNamed(name);
+    // The system's account has a name of its own where a SID is asked for it.
+    const bool system = SameName(FromUtf8(name), std::u16string_view(u"SYSTEM"));
+    const std::optional<CNssUser> user = system ? NssUser(0) : NssUserNamed(name);
     if (!user) return NERR_UserNotFound;
     const CIdentityRef identity = IdentityOfUser(user->user, user->group, 0);
     const std::u16string texts[] = {FromUtf8(user->name), FromUtf8(user->fullName), FromUtf8(user->home), u""};

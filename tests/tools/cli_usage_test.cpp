@@ -51,6 +51,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
     for (const char* verb :
          {"get NAME...", "list [PREFIX] [--all]", "explain NAME", "sources", "check FILE...", "reload",
           "copy-workgroup [FILE]", "watch [FILTER...] [--once] [--timeout S]", "status",
+          "logon-policy USER [--explain]", "session-policy [USER] [--explain]", "is-admin USER [--explain]",
           "gpupdate FILE... [--user NAME]", "reg import FILE", "reg export KEY [FILE]", "reg query KEY [VALUE]",
           "reg add KEY VALUE TYPE DATA", "reg delete KEY [VALUE]", "help [VERB]", "version"}) {
         EXPECT_NE(text.find(std::string("\n  ") + verb), std::string::npos) << verb;
@@ -58,7 +59,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";
     EXPECT_EQ(Done({"--help"}), text);
     EXPECT_EQ(Done({"-h"}), text);
-    EXPECT_EQ(Json({"help"})["verbs"].size(), 17u);
+    EXPECT_EQ(Json({"help"})["verbs"].size(), 20u);
 }
 
 TEST_F(CliUsage, HelpOfOneVerbAndOfAFamily) {
