@@ -209,7 +209,7 @@ TEST_F(Calls, OfAPeerAreWhomTheSystemNames) {
     for (const int each : {lonely, remote, file}) close(each);
 }
 
-// The groups are those of the account, whatever the process that connected has dropped or kept.
+// By a group of its own choice, which the system vouches for.
 TEST_F(Calls, OfAPeerThatIsSomebodyElseAreThatUsers) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
     sockaddr_un address = {};
@@ -233,6 +233,7 @@ TEST_F(Calls, OfAPeerThatIsSomebodyElseAreThatUsers) {
     const CTestToken token = CTestToken::OfThread();
     EXPECT_EQ(token.User(), UserText(kNobody));
     EXPECT_EQ(token.PrimaryGroup(), m_daemon.GroupSid());
+    EXPECT_TRUE(token.IsIn(m_daemon.GroupSid() + ":7"));
     EXPECT_FALSE(token.IsIn("S-1-5-32-544:15"));
     OvEndCall();
     close(peer);
@@ -243,7 +244,8 @@ TEST_F(Calls, OfAPeerThatIsSomebodyElseAreThatUsers) {
 }
 
 TEST_F(Calls, LeadToTheCallersHive) {
-    const wstr sid(m_daemon.Sid().begin(), m_daemon.Sid().end());
+    const std::string text = m_daemon.Sid();
+    const wstr sid(text.begin(), text.end());
     const auto openCurrentUser = [] {
         CRegistryKey key;
         HKEY opened = nullptr;
