@@ -33,14 +33,14 @@ OVLAYER_API HANDLE WINAPI GetCurrentProcess();
 #define TOKEN_ADJUST_DEFAULT 0x0080
 #define TOKEN_ALL_ACCESS 0xF01FF
 
-enum SECURITY_IMPERSONATION_LEVEL {
+enum SECURITY_IMPERSONATION_LEVEL : int {
     SecurityAnonymous,
     SecurityIdentification,
     SecurityImpersonation,
     SecurityDelegation,
 };
-enum TOKEN_TYPE { TokenPrimary = 1, TokenImpersonation };
-enum TOKEN_INFORMATION_CLASS {
+enum TOKEN_TYPE : int { TokenPrimary = 1, TokenImpersonation };
+enum TOKEN_INFORMATION_CLASS : int {
     TokenUser = 1,
     TokenGroups = 2,
     TokenPrimaryGroup = 5,
@@ -172,7 +172,7 @@ OVLAYER_API BOOL WINAPI SetSecurityDescriptorGroup(PSECURITY_DESCRIPTOR descript
 OVLAYER_API BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, PACL dacl,
                                                   BOOL defaulted);
 
-enum SE_OBJECT_TYPE { SE_UNKNOWN_OBJECT_TYPE = 0, SE_FILE_OBJECT = 1, SE_REGISTRY_KEY = 4 };
+enum SE_OBJECT_TYPE : int { SE_UNKNOWN_OBJECT_TYPE = 0, SE_FILE_OBJECT = 1, SE_REGISTRY_KEY = 4 };
 #define DACL_SECURITY_INFORMATION 0x00000004u
 #define PROTECTED_DACL_SECURITY_INFORMATION 0x80000000u
 // The list of a registry key, stored with it in the hive; null takes it away. 5 for a handle without WRITE_DAC. Other
@@ -185,9 +185,9 @@ OVLAYER_API DWORD WINAPI SetSecurityInfo(HANDLE object, SE_OBJECT_TYPE type, DWO
 OVLAYER_API DWORD WINAPI GetSecurityInfo(HANDLE object, SE_OBJECT_TYPE type, DWORD what, PSID* owner, PSID* group,
                                          PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor);
 
-enum MULTIPLE_TRUSTEE_OPERATION { NO_MULTIPLE_TRUSTEE };
-enum TRUSTEE_FORM { TRUSTEE_IS_SID, TRUSTEE_IS_NAME };
-enum TRUSTEE_TYPE { TRUSTEE_IS_UNKNOWN, TRUSTEE_IS_USER, TRUSTEE_IS_GROUP };
+enum MULTIPLE_TRUSTEE_OPERATION : int { NO_MULTIPLE_TRUSTEE };
+enum TRUSTEE_FORM : int { TRUSTEE_IS_SID, TRUSTEE_IS_NAME };
+enum TRUSTEE_TYPE : int { TRUSTEE_IS_UNKNOWN, TRUSTEE_IS_USER, TRUSTEE_IS_GROUP };
 struct TRUSTEE_W {
     TRUSTEE_W* pMultipleTrustee;
     MULTIPLE_TRUSTEE_OPERATION MultipleTrusteeOperation;
