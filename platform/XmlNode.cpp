@@ -263,8 +263,11 @@ BOOL WINAPI OvNodePosition(IXMLDOMNode* node, DWORD* line, DWORD* column) {
     void* found = nullptr;
     if (!node || !line || !column || FAILED(node->QueryInterface(kXmlNodeId, &found))) return FALSE;
     auto* own = static_cast<CXmlNode*>(found);
-    const bool known = !own->Tree().source.empty();
-    if (known) std::tie(*line, *column) = own->Tree().PlaceOf(own->offset);
+    const bool known = SUCCEEDED(XmlGuarded([&]() -> HRESULT {
+        if (own->Tree().source.empty()) return E_FAIL;
+        std::tie(*line, *column) = own->Tree().PlaceOf(own->offset);
+        return S_OK;
+    }));
     own->Release();
     return known;
 }

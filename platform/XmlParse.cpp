@@ -18,8 +18,11 @@ constexpr std::string_view kSpaceAttribute = "http://www.w3.org/XML/1998/namespa
 constexpr int kDeepest = 512;
 constexpr int kDeepestEntity = 16;
 constexpr std::size_t kMostEntities = 256;
-constexpr std::uint64_t kGrowth = 8;  // text that entities make, in sizes of the document
+constexpr std::uint64_t kGrowth = 8;  // what entities and attributes make, in sizes of the document
 constexpr std::uint64_t kFreeGrowth = 65'536;
+constexpr std::uint64_t kNodeCost = 16;  // bytes that a node counts for
+constexpr std::size_t kLongestNamespace = 4'096;
+constexpr int kMostDefaults = 256;  // attributes that a document type adds
 
 struct FreeParser {
     void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
@@ -57,6 +60,7 @@ bool IsKnownEncoding(std::string_view name) noexcept {
 bool FillCodePage(const char* name, int (&map)[256]) noexcept {
     const iconv_t converter = iconv_open("UCS-4LE", name);
     if (converter == reinterpret_cast<iconv_t>(-1)) return false;
+    const bool windows = SameAscii(std::string_view(name).substr(0, 7), "windows");
     for (int byte = 0; byte < 256; ++byte) {
         char in = static_cast<char>(byte);
         std::uint32_t point = 0;
@@ -64,7 +68,8 @@ bool FillCodePage(const char* name, int (&map)[256]) noexcept {
         char* to = reinterpret_cast<char*>(&point);
         std::size_t left = 1, room = sizeof point;
         const bool done = iconv(converter, &from, &left, &to, &room) != static_cast<std::size_t>(-1) && room == 0;
-        map[byte] = done ? static_cast<int>(point) : -1;
+        // The platform's code pages leave no byte without a meaning, where others do.
+        map[byte] = done ? static_cast<int>(point) : windows ? byte : -1;
         if (!done) iconv(converter, nullptr, nullptr, nullptr, nullptr);
     }
     iconv_close(converter);
@@ -82,7 +87,7 @@ class CXmlBuilder {
     struct Entity {
         std::string text;
         XmlIndex content = kNoXmlNode;  // its nodes hang below this one
-        std::uint64_t textBytes = 0;    // that a reference adds to the document's text
+        std::uint64_t cost = 0;         // what a reference adds to the document
         bool open = false;
     };
 
@@ -115,6 +120,9 @@ class CXmlBuilder {
                   const char* systemId, const char* publicId, const char* notation);
     void OnReference(const char* name, int isParameter);
     void OnOther(const char*, int) {}
+    void OnDefault(const char*, const char*, const char*, const char* value, int) {
+        if (value && ++m_defaults > kMostDefaults) throw CRefusal{"more than 256 attributes have a default"};
+    }
 
     void SetHandlers();
     std::uint32_t OffsetOf(int kind) const noexcept;
@@ -123,6 +131,7 @@ class CXmlBuilder {
     void CloseText();
     void PutAttribute(std::string_view name, std::string_view value);
     void Grow(std::uint64_t bytes);
+    void Cost(std::uint64_t bytes);
     void ParseEntity(Entity& entity, const char* name);
     XmlOutcome Outcome(XML_Parser parser) const;
     bool LacksEncoding(std::string_view bytes) const noexcept;
@@ -136,7 +145,8 @@ class CXmlBuilder {
     std::uint32_t m_entityOffset = 0;  // where the reference stands that is being replaced
     int m_entityDepth = 0;
     std::uint64_t m_grown = 0;
-    std::uint64_t m_textBytes = 0;  // of the entity that is being parsed
+    std::uint64_t m_cost = 0;       // of the entity that is being parsed
+    int m_defaults = 0;
     bool m_hasText = false;         // a run of text is open, from m_textStart in the pool on
     bool m_isCData = false;
     bool m_blank = false;  // blanks stood where the next node begins
@@ -170,6 +180,8 @@ void CXmlBuilder::SetHandlers() {
     XML_SetProcessingInstructionHandler(m_parser, Call<&CXmlBuilder::OnInstruction, const char*, const char*>);
     XML_SetEntityDeclHandler(m_parser, Call<&CXmlBuilder::OnEntity, const char*, int, const char*, int, const char*,
                                             const char*, const char*, const char*>);
+    XML_SetAttlistDeclHandler(m_parser, Call<&CXmlBuilder::OnDefault, const char*, const char*, const char*,
+                                             const char*, int>);
     // With a default handler expat leaves references to entities to the one for skipped ones.
     XML_SetDefaultHandler(m_parser, Call<&CXmlBuilder::OnOther, const char*, int>);
     XML_SetSkippedEntityHandler(m_parser, Call<&CXmlBuilder::OnReference, const char*, int>);
@@ -190,6 +202,7 @@ CXmlNode& CXmlBuilder::Add(int kind) {
     CXmlNode& node = m_tree.Node(index);
     node.blankBefore = m_blank;
     node.preserve = Above().preserve;
+    Cost(kNodeCost + (m_blank ? 1 : 0));
     m_blank = false;
     return node;
 }
@@ -207,7 +220,7 @@ void CXmlBuilder::CloseText() {
     CXmlNode& node = Add(m_isCData ? NODE_CDATA_SECTION : NODE_TEXT);
     node.start = m_textStart;
     node.length = static_cast<std::uint32_t>(run.size());
-    m_textBytes += run.size();
+    Cost(run.size());
 }
 
 void CXmlBuilder::Grow(std::uint64_t bytes) {
@@ -215,11 +228,18 @@ void CXmlBuilder::Grow(std::uint64_t bytes) {
     if (m_grown > m_mostGrowth) throw CRefusal{"entities make the document too large"};
 }
 
+// Of what an entity holds, each time that it is referred to.
+void CXmlBuilder::Cost(std::uint64_t bytes) {
+    m_cost += bytes;
+    if (m_entityDepth > 0 && m_cost > m_mostGrowth) throw CRefusal{"entities make the document too large"};
+}
+
 void CXmlBuilder::OnDeclaration(const char* version, const char* encoding, int standalone) {
     if (!version) throw CRefusal{"an entity has a text declaration"};
     if (std::strcmp(version, "1.0") != 0) throw CRefusal{"the version is not 1.0"};
     if (encoding && m_isText && !IsKnownEncoding(encoding)) throw CRefusal{"the encoding is not known"};
     m_namedEncoding = encoding != nullptr;
+    if (encoding && m_tree.sourceUnit == 1) m_tree.utf8 = SameAscii(encoding, "UTF-8");
     CXmlNode& node = Add(NODE_PROCESSING_INSTRUCTION);
     node.name = m_tree.NameOf("xml") & kNoXmlName;
     node.start = static_cast<std::uint32_t>(m_tree.pool.size());
@@ -230,6 +250,7 @@ void CXmlBuilder::OnDeclaration(const char* version, const char* encoding, int s
 }
 
 void CXmlBuilder::PutAttribute(std::string_view name, std::string_view value) {
+    Grow(name.size() + value.size());
     m_attributes.append(" ").append(name).append("=\"");
     for (const char c : value) {
         switch (c) {
@@ -256,6 +277,10 @@ void CXmlBuilder::PutAttribute(std::string_view name, std::string_view value) {
 }
 
 void CXmlBuilder::OnNamespace(const char* prefix, const char* uri) {
+    // Each element of the namespace bears its name.
+    if (uri && strnlen(uri, kLongestNamespace + 1) > kLongestNamespace) {
+        throw CRefusal{"the name of a namespace is longer than 4,096 characters"};
+    }
     PutAttribute(prefix ? std::string("xmlns:") + prefix : "xmlns", uri ? uri : "");
 }
 
@@ -284,7 +309,7 @@ void CXmlBuilder::OnStart(const char* name, const char** attributes) {
         if (attributes[i] == kSpaceAttribute) node.preserve = std::strcmp(attributes[i + 1], "preserve") == 0;
     }
     if (m_attributes.empty()) return;
-    Grow(m_attributes.size());
+    Cost(m_attributes.size());
     node.start = static_cast<std::uint32_t>(m_tree.pool.size());
     node.length = static_cast<std::uint32_t>(m_attributes.size());
     m_tree.pool += m_attributes;
@@ -324,6 +349,7 @@ void CXmlBuilder::OnComment(const char* text) {
     node.start = static_cast<std::uint32_t>(m_tree.pool.size());
     m_tree.pool += text;
     node.length = static_cast<std::uint32_t>(m_tree.pool.size()) - node.start;
+    Cost(node.length);
 }
 
 void CXmlBuilder::OnInstruction(const char* target, const char* text) {
@@ -353,8 +379,8 @@ void CXmlBuilder::OnReference(const char* name, int isParameter) {
     if (entity.open) throw CRefusal{"an entity contains itself"};
     if (entity.content == kNoXmlNode) ParseEntity(entity, name);
     node.start = entity.content;
-    m_textBytes += entity.textBytes;
-    if (m_entityDepth == 0) Grow(entity.textBytes);
+    Cost(entity.cost);
+    if (m_entityDepth == 0) Grow(entity.cost);
 }
 
 // Into nodes of its own, by a parser that knows the same declarations.
@@ -362,25 +388,26 @@ void CXmlBuilder::ParseEntity(Entity& entity, const char* name) {
     if (m_entityDepth == kDeepestEntity) throw CRefusal{"entities nest in more than 16 levels"};
     const CExpat inner(XML_ExternalEntityParserCreate(m_parser, name, "UTF-8"));
     if (!inner) throw std::bad_alloc();
-    const XML_Parser outer = std::exchange(m_parser, inner.get());
-    if (m_entityDepth++ == 0) m_entityOffset = static_cast<std::uint32_t>(XML_GetCurrentByteIndex(outer));
+    if (m_entityDepth == 0) m_entityOffset = static_cast<std::uint32_t>(XML_GetCurrentByteIndex(m_parser));
+    const XmlIndex content = m_tree.Add(m_above, kXmlEntityContent, m_entityOffset);
+    if (content == kNoXmlNode) throw CRefusal{"more than 8,388,608 nodes"};
+    m_tree.Node(content).preserve = Above().preserve;
+    entity.content = content;
     entity.open = true;
-    const bool preserve = Above().preserve;
-    const XmlIndex above = std::exchange(m_above, m_tree.Add(m_above, kXmlEntityContent, m_entityOffset));
-    if (m_above == kNoXmlNode) throw CRefusal{"more than 8,388,608 nodes"};
-    Above().preserve = preserve;
-    entity.content = m_above;
-    const std::uint64_t textBytes = std::exchange(m_textBytes, 0);
-
+    const XmlIndex above = std::exchange(m_above, content);
+    const std::uint64_t cost = std::exchange(m_cost, 0);
+    ++m_entityDepth;
+    // Nothing is raised while the inner parser is the one that calls.
+    const XML_Parser outer = std::exchange(m_parser, inner.get());
     const XML_Status status = XML_Parse(m_parser, entity.text.data(), static_cast<int>(entity.text.size()), XML_TRUE);
-    // A refusal is the outcome already, and stops the outer parser too.
     m_parser = outer;
+    // A refusal is the outcome already, and stops the outer parser too.
     if (m_outOfMemory) throw std::bad_alloc();
     if (m_refusal) throw CRefusal{m_refusal};
     if (status != XML_STATUS_OK) throw CRefusal{"an entity is not well-formed"};
     CloseText();
     m_blank = false;
-    entity.textBytes = std::exchange(m_textBytes, textBytes);
+    entity.cost = std::exchange(m_cost, cost);
     entity.open = false;
     m_above = above;
     --m_entityDepth;
@@ -392,7 +419,8 @@ bool CXmlBuilder::LacksEncoding(std::string_view bytes) const noexcept {
 }
 
 XmlOutcome CXmlBuilder::Outcome(XML_Parser parser) const {
-    if (m_outOfMemory || XML_GetErrorCode(parser) == XML_ERROR_NO_MEMORY) return {E_OUTOFMEMORY, "out of memory", 0, 0};
+    // The parser says so also of what is beyond bounds of its own, and that is the document's fault.
+    if (m_outOfMemory) return {E_OUTOFMEMORY, "out of memory", 0, 0};
     return {S_FALSE, m_refusal ? m_refusal : XML_ErrorString(XML_GetErrorCode(parser)),
             static_cast<LONG>(XML_GetCurrentLineNumber(parser)),
             static_cast<LONG>(XML_GetCurrentColumnNumber(parser)) + 1};
@@ -403,7 +431,8 @@ XmlOutcome CXmlBuilder::Parse(std::string_view bytes) {
     if (!parser) throw std::bad_alloc();
     m_parser = parser.get();
     SetHandlers();
-    if (XML_Parse(m_parser, bytes.data(), static_cast<int>(bytes.size()), XML_TRUE) != XML_STATUS_OK) {
+    const XML_Status status = XML_Parse(m_parser, bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+    if (status != XML_STATUS_OK || m_refusal || m_outOfMemory) {
         return Outcome(m_parser);
     }
     if (LacksEncoding(bytes)) return {S_FALSE, "UTF-16 with neither a byte order mark nor a declaration", 1, 1};
@@ -412,7 +441,8 @@ XmlOutcome CXmlBuilder::Parse(std::string_view bytes) {
 
 XmlOutcome ParseXml(CXmlTree& tree, bool isText, std::string_view bytes) noexcept {
     try {
-        if (bytes.size() > kLargestXmlDocument) return {S_FALSE, "larger than 64 MiB", 0, 0};
+        const std::size_t units = isText ? bytes.size() / sizeof(char16_t) : bytes.size();
+        if (units > kLargestXmlDocument) return {S_FALSE, "larger than 64 MiB", 0, 0};
         return CXmlBuilder(tree, isText, bytes.size()).Parse(bytes);
     } catch (...) {
         return {E_OUTOFMEMORY, {}, 0, 0};

@@ -74,20 +74,33 @@ unsigned CXmlTree::UnitAt(std::uint32_t offset) const noexcept {
     return bigEndian ? one << 8 | two : two << 8 | one;
 }
 
-std::pair<DWORD, DWORD> CXmlTree::PlaceOf(std::uint32_t offset) {
-    if (offset < m_scanned) {
-        m_scanned = 0;
-        m_line = m_column = 1;
+// Moves a place behind the unit at the offset.
+void CXmlTree::Pass(Place& place, std::uint32_t offset) const noexcept {
+    const unsigned unit = UnitAt(offset);
+    const auto next = offset + static_cast<std::uint32_t>(sourceUnit);
+    if (unit == '\n' || (unit == '\r' && UnitAt(next) != '\n')) {
+        place = {place.line + 1, 1};
+        return;
     }
+    // A mark at the start is no character, nor is the second half of one.
+    const bool mark = offset < 3 && (sourceUnit == 2 ? unit == 0xFEFF : utf8 && source.starts_with("\xEF\xBB\xBF"));
+    const bool rest = sourceUnit == 2 ? (unit & 0xFC00) == 0xDC00 : utf8 && (unit & 0xC0) == 0x80;
+    if (!mark && !rest) ++place.column;
+}
+
+std::pair<DWORD, DWORD> CXmlTree::PlaceOf(std::uint32_t offset) {
     const auto step = static_cast<std::uint32_t>(sourceUnit);
-    for (; m_scanned < offset && m_scanned < source.size(); m_scanned += step) {
-        const unsigned unit = UnitAt(m_scanned);
-        if (unit == '\n' || (unit == '\r' && UnitAt(m_scanned + step) != '\n')) {
-            ++m_line;
-            m_column = 1;
-        } else if (sourceUnit == 2 ? (unit & 0xFC00) != 0xDC00 && unit != 0xFEFF : (unit & 0xC0) != 0x80) {
-            ++m_column;
+    const auto size = static_cast<std::uint32_t>(source.size());
+    if (m_places.empty()) {
+        Place place;
+        for (std::uint32_t at = 0; at < size; at += step) {
+            if (at % kStride == 0) m_places.push_back(place);
+            Pass(place, at);
         }
     }
-    return {m_line, m_column};
+    offset = std::min(offset, size);
+    const std::size_t nearest = std::min<std::size_t>(offset / kStride, m_places.empty() ? 0 : m_places.size() - 1);
+    Place place = m_places.empty() ? Place() : m_places[nearest];
+    for (auto at = static_cast<std::uint32_t>(nearest) * kStride; at < offset; at += step) Pass(place, at);
+    return {place.line, place.column};
 }

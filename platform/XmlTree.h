@@ -135,13 +135,14 @@ class CXmlTree {
         return std::string_view(pool).substr(node.start, node.length);
     }
 
-    // Line and column of an offset in the source. Quickest for offsets that grow from call to call.
+    // Line and column of an offset in the source.
     std::pair<DWORD, DWORD> PlaceOf(std::uint32_t offset);
 
     std::string pool;
     std::string source;  // the bytes of the file; empty for a text
     int sourceUnit = 1;  // bytes of a character in it: 1, or 2 for UTF-16
     bool bigEndian = false;
+    bool utf8 = true;  // else each byte of a source of one byte a character is one
 
   private:
     static constexpr std::size_t kBlock = 1024;
@@ -169,10 +170,13 @@ class CXmlTree {
     };
     Recent m_recent[kRecent];
     std::size_t m_oldest = 0;
-    // Where PlaceOf has come to.
-    std::uint32_t m_scanned = 0;
-    DWORD m_line = 1;
-    DWORD m_column = 1;
+    struct Place {
+        DWORD line = 1;
+        DWORD column = 1;
+    };
+    void Pass(Place& place, std::uint32_t offset) const noexcept;
+    static constexpr std::uint32_t kStride = 4096;
+    std::vector<Place> m_places;  // of every so many bytes; made when the first one is asked for
 };
 
 // The text of the node and all below it.

@@ -12,7 +12,8 @@
 // Where something lies: a node of a document, or a registry key.
 struct CLoadPlace {
     IXMLDOMNode* node = nullptr;
-    LPCWSTR key = nullptr;  // below HKEY_LOCAL_MACHINE
+    LPCWSTR key = nullptr;        // below HKEY_LOCAL_MACHINE
+    IXMLDOMNode* item = nullptr;  // the item that the node is a part of, where that is not the node itself
 };
 
 enum class Oddity {

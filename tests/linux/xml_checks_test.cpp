@@ -230,6 +230,17 @@ TEST_F(XmlChecks, EachFailedCallIsReportedAndEndsTheWalk) {
     }
 }
 
+// The last node that fits is an entity's: its refusal must reach the whole document.
+TEST(XmlBounds, HoldInsideOfEntitiesToo) {
+    const CTestRoot root;
+    std::string text = "<!DOCTYPE r [<!ENTITY e 'x'>]><r>";
+    for (int i = 0; i < 8'388'605; ++i) text += "<a/>";
+    CTestDocument document;
+    document.LoadBytes(root.Path(), text + "&e;</r>");
+    EXPECT_EQ(document.Outcome(), "0x00000001 0");
+    EXPECT_FALSE(document.Root());
+}
+
 // A load of the store with something else than a file in a file's place, or one that grows meanwhile.
 TEST(PolicyFiles, OfEveryKindLeaveTheLoadStanding) {
     const CTestRoot root;

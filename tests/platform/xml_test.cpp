@@ -160,6 +160,18 @@ TEST_F(Xml, WhatGrowsBeyondMeasureDoesNotLoad) {
         EXPECT_EQ(Load(laughs + "]><a>&e" + std::to_string(level) + ";</a>"), "0x00000001 0");
         EXPECT_EQ(Load(laughs + "]><a b='&e" + std::to_string(level) + ";'/>"), "0x00000001 0");
     }
+    // Nodes, blanks, comments and attributes count as text does.
+    for (const char* seed : {"<b/>", "<b/> ", "<!--c-->", "<b c='d'/>"}) {
+        SCOPED_TRACE(seed);
+        std::string nested = std::string("<!DOCTYPE a [<!ENTITY e0 \"") + seed + "\">";
+        for (int i = 1; i < 10; ++i) {
+            nested += "<!ENTITY e" + std::to_string(i) + " '";
+            for (int k = 0; k < 10; ++k) nested += "&e" + std::to_string(i - 1) + ";";
+            nested += "'>";
+        }
+        EXPECT_EQ(Load(nested + "]><a>&e9;</a>"), "0x00000001 0");
+        EXPECT_EQ(Load(nested + "]><a>&e2;</a>"), "0x00000000 -1");
+    }
     const auto repeat = [](const char* text, int times) {
         std::string out;
         for (int i = 0; i < times; ++i) out += text;
@@ -170,6 +182,22 @@ TEST_F(Xml, WhatGrowsBeyondMeasureDoesNotLoad) {
         EXPECT_EQ(Load(repeat("<a>", depth) + repeat("</a>", depth)), "0x00000001 0");
     EXPECT_EQ(Load("<a>" + std::string(1'000'000, 'x') + "</a>"), "0x00000000 -1");
     EXPECT_EQ(RootText().size(), 1'000'000u);
+}
+
+// What would take a time that grows with the square of the document.
+TEST_F(Xml, WhatCostsEachElementIsBounded) {
+    if (std::string(kOvHomeName) != "layer") GTEST_SKIP() << "the platform's parser has bounds of its own";
+    const std::string elements = [] {
+        std::string out;
+        for (int i = 0; i < 100'000; ++i) out += "<a/>";
+        return out;
+    }();
+    EXPECT_EQ(Load("<r xmlns='" + std::string(500'000, 'u') + "'>" + elements + "</r>"), "0x00000001 0");
+    std::string defaults;
+    for (int i = 0; i < 1'000; ++i) defaults += "<!ATTLIST a b" + std::to_string(i) + " CDATA 'x'>";
+    EXPECT_EQ(Load("<!DOCTYPE r [" + defaults + "]><r>" + elements + "</r>"), "0x00000001 0");
+    EXPECT_EQ(Load("<!DOCTYPE r [<!ENTITY e '" + std::string(500'000, '"') + "'>]><r b='&e;&e;&e;&e;&e;&e;&e;&e;&e;'/>"),
+              "0x00000001 0");
 }
 
 TEST_F(Xml, WhatIsSavedLoadsAsTheSameTree) {

@@ -136,7 +136,7 @@ TEST_F(CliSources, ChecksNameEveryOddity) {
         Check("<r>\n<NoPolicy/>\n" + ListXml("LogonPolicy", {}) + "\n" + ItemXml("RuntimePolicy", "REG_DWORD", "1") +
               "</r>"),
         Lines({{2, "'NoPolicy' passed over: neither PolicyItems, once, nor Name, Type and Data"},
-               {3, "'LogonPolicy' passed over: its list is empty"},
+                     {3, "'LogonPolicy' passed over: its list is empty"},
                {4, "'RuntimePolicy' is found by no question: in this form it bears its long name. Write it as a list"}},
               1));
     const std::vector<std::string> damaged = Check("<r>\n  <Items>&nosuch;</Items></r>");
@@ -146,6 +146,18 @@ TEST_F(CliSources, ChecksNameEveryOddity) {
     }
     EXPECT_EQ(Run({"check", OV_SAMPLES "/Registry.pol"}).exitCode, 0);
     EXPECT_EQ(Run({"check", "no such file"}).exitCode, 4);
+    if (kPlaces) {
+        EXPECT_EQ(Run({"check", "/dev/zero"}).exitCode, 4) << "what has no end is not read";
+        const auto column = [&](const std::string& start, const std::string& before) -> int {
+            const std::string path = Write("c.xml", start + "<r>" + before + "<LogonPolicy>" "<PolicyItems><PolicyItem>1</PolicyItem>"
+                                                                             "</PolicyItems></LogonPolicy></r>");
+            return Json({"check", path})["files"][0]["items"][0]["column"];
+        };
+        EXPECT_EQ(column("", "<!--\xC3\xA4\xC3\xB6-->"), 13);
+        EXPECT_EQ(column("\xEF\xBB\xBF", "<!--\xC3\xA4\xC3\xB6-->"), 13) << "a mark is no character";
+        const std::string declared = "<?xml version='1.0' encoding='windows-1252'?>";
+        EXPECT_EQ(column(declared, "<!--\x80\x81-->"), 13 + static_cast<int>(declared.size()));
+    }
     const std::string before = Done({"reg", "export", "HKLM\\SOFTWARE"});
     const json policy = Json({"check", OV_SAMPLES "/Registry.pol"})["files"][0];
     EXPECT_EQ(policy["kind"], "registry policy");
@@ -167,7 +179,12 @@ TEST_F(CliSources, SettingsAreCopiedAndTold) {
     const CRunResult hidden = Run({"copy-workgroup"});
     EXPECT_EQ(hidden.exitCode, 6) << "the file itself is a source, and stronger";
     EXPECT_NE(hidden.errors.find("LockTimeout: written, but a managed value hides it"), std::string::npos);
-    EXPECT_EQ(Done({"reg", "query", kPolicies, "WelcomeText"}).find("Gr"), std::string::npos);
+    // What an entity holds is no item, and what a text begins and ends with belongs to it.
+    const std::string odd = Write("odd.xml", "<!DOCTYPE r [<!ENTITY e '" + ItemXml("Hidden", "REG_DWORD", "1") + "'>]>" +
+                                                 SettingsXml("&e;" + ItemXml("Blanks", "REG_SZ", "<![CDATA[ a>b\n ]]>")));
+    EXPECT_EQ(Run({"copy-workgroup", odd}).exitCode, 0);
+    EXPECT_EQ(Run({"get", "Hidden"}).exitCode, 1);
+    EXPECT_EQ(Done({"get", "Blanks"}), " a>b\n \n");
 
     const std::string before = Done({"reg", "export", kPolicies});
     EXPECT_EQ(Run({"copy-workgroup", Write("bad.xml", "<r")}).exitCode, 4);
@@ -263,6 +280,10 @@ TEST(Explain, NamesAsWinnerWhatAQuestionAnswers) {
             ++won;
             EXPECT_EQ(winner->held.Result(), item.Result());
             EXPECT_EQ(winner->held.Json(), item.Json()) << winner->kind;
+            const bool local = winner->kind == std::string("local") || winner->kind == std::string("default");
+            const std::vector<CLevel> below = LocalLevelsOf(item.Name(), !local);
+            const CLevel* const first = WinnerOf(below);
+            EXPECT_EQ(first != nullptr, local) << "as list shows them";
         }
     }
     EXPECT_GT(won, 200);

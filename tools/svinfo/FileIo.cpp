@@ -48,21 +48,10 @@ void WriteThrough(const fs::path& file, const std::string& shown, std::string_vi
 class CTemporaryFile {
   public:
     explicit CTemporaryFile(const fs::path& target, const std::string& shown) {
-        std::random_device random;
         std::error_code error;
-        for (int attempt = 0; attempt < 100; ++attempt) {
-            fs::path folder = target;
-            folder += "." + std::to_string(random()) + ".tmp";
-            if (fs::create_directory(folder, error)) {
-                m_path = folder / target.filename();
-                // Under a creation mask that lets others write into it, one of them may have been there first.
-                fs::permissions(folder, fs::perms::owner_all, error);
-                if (!error && fs::is_empty(folder, error)) return;
-                FailWrite(shown, error ? error : std::make_error_code(std::errc::file_exists));
-            }
-            if (error) break;
-        }
-        FailWrite(shown, error ? error : std::make_error_code(std::errc::file_exists));
+        const fs::path folder = MakePrivateFolder(target, error);
+        if (error) FailWrite(shown, error);
+        m_path = folder / target.filename();
     }
     ~CTemporaryFile() {
         std::error_code ignored;
@@ -83,6 +72,41 @@ class CTemporaryFile {
 };
 
 }  // namespace
+
+fs::path MakePrivateFolder(const fs::path& start, std::error_code& error) {
+    std::random_device random;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        fs::path folder = start;
+        folder += "." + std::to_string(random()) + ".tmp";
+        if (fs::create_directory(folder, error)) {
+            // Under a creation mask that lets others write into it, one of them may have been there first.
+            fs::permissions(folder, fs::perms::owner_all, error);
+            if (!error && fs::is_empty(folder, error)) return folder;
+            if (!error) error = std::make_error_code(std::errc::file_exists);
+            return {};
+        }
+        if (error) return {};
+    }
+    error = std::make_error_code(std::errc::file_exists);
+    return {};
+}
+
+std::string ReadBeginning(const std::string& path, std::size_t count) {
+    std::error_code error;
+    const fs::file_status status = fs::status(PathOf(path), error);
+    if (!fs::exists(status)) FailRead(path, error ? error : std::make_error_code(std::errc::no_such_file_or_directory));
+    if (fs::is_directory(status)) FailRead(path, std::make_error_code(std::errc::is_a_directory));
+    if (!fs::is_regular_file(status)) {
+        throw CCommandFailure(ExitCode::BadInput, EscapeControls(path) + ": found no file, expected one");
+    }
+    errno = 0;
+    std::ifstream stream(PathOf(path), std::ios::binary);
+    if (!stream) FailRead(path, LastStreamError());
+    std::string bytes(count, '\0');
+    stream.read(bytes.data(), static_cast<std::streamsize>(count));
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    return bytes;
+}
 
 std::string ReadWholeFile(const std::string& path) {
     std::error_code ignored;

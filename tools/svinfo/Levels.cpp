@@ -76,7 +76,7 @@ void AddSource(std::vector<CLevel>& levels, const wstr& name, const CSourceEntry
                           Holding(name, delivery.item.value, S_OK),
                           !delivery.kept && levels.size() > before ? "the first one of the source counts" : ""});
         for (const CFinding& finding : entry.findings) {
-            const bool here = finding.place.line == delivery.place.line && SameName(finding.item, name);
+            const bool here = finding.place.line != 0 && SameName(finding.item, name) && finding.belongsTo == delivery.place;
             if (here && finding.oddity == Oddity::kNumberCut) levels.back().why = finding.text;
         }
     }
@@ -85,8 +85,7 @@ void AddSource(std::vector<CLevel>& levels, const wstr& name, const CSourceEntry
 
 // The local keys. A policy's own form is asked for in both before a plain value is asked for in either, and the first
 // of them that has one ends that, even if it is an empty list, which is no answer.
-void AddLocal(std::vector<CLevel>& levels, const wstr& name) {
-    bool answered = WinnerOf(levels) != nullptr;
+void AddLocal(std::vector<CLevel>& levels, const wstr& name, bool answered) {
     bool formFound = false;
     for (LocalHolding& holding : LocalHoldingsOf(name)) {
         CLevel level{holding.level == LocalLevel::Local ? "local" : "default",
@@ -159,7 +158,13 @@ std::vector<CLevel> LevelsOf(const wstr& name, const CSourceLedger& ledger, cons
     std::vector<CLevel> levels;
     if (IsUserScopedName(name.c_str())) AddUser(levels, name, view);
     for (const CSourceEntry& entry : ledger.Sources()) AddSource(levels, name, entry);
-    AddLocal(levels, name);
+    AddLocal(levels, name, WinnerOf(levels) != nullptr);
+    return levels;
+}
+
+std::vector<CLevel> LocalLevelsOf(const wstr& name, bool answered) {
+    std::vector<CLevel> levels;
+    AddLocal(levels, name, answered);
     return levels;
 }
 

@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "module/ComPtr.h"
 #include "store/PolicyMap.h"
 #include "svinfo/SourceLedger.h"
 
@@ -11,11 +10,11 @@ struct CPolicyDocument {
     PolicyForm form = PolicyForm::kSettings;  // told from the content: only a settings document has Items
     CPolicyMap items;
     CSourceLedger ledger;  // of the one file
-    CComBSTR xml;          // the whole document; empty when it is damaged
-
     const CSourceEntry& Entry() const { return ledger.Sources().back(); }
     // Throws CCommandFailure (4) when the document is damaged.
     void RequireSound() const;
+    // A settings document with these items and nothing else.
+    wstr SettingsText() const;
 };
 
 // `path` is UTF-8. `settingsOnly` leaves the domains of a settings document out. Throws CCommandFailure (4) when the

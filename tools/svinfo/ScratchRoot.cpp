@@ -1,10 +1,10 @@
 #include "svinfo/ScratchRoot.h"
 
-#include <random>
 #include <system_error>
 
 #include "Platform.h"
 #include "svinfo/Failure.h"
+#include "svinfo/FileIo.h"
 
 namespace fs = std::filesystem;
 
@@ -15,18 +15,12 @@ std::string Utf8(const fs::path& path) {
     return {text.begin(), text.end()};
 }
 
-// A folder that was not there before, for nobody but us.
 fs::path MakeFolder() {
-    std::random_device random;
     std::error_code error;
     const fs::path parent = fs::temp_directory_path(error);
-    for (int attempt = 0; !error && attempt < 16; ++attempt) {
-        fs::path folder = parent / ("svinfo-" + std::to_string(random()));
-        if (!fs::create_directory(folder, error)) continue;
-        fs::permissions(folder, fs::perms::owner_all, error);
-        return folder;
-    }
-    throw FailureOf("make a folder for temporary files", error ? ResultOfError(error) : E_FAIL);
+    const fs::path folder = error ? fs::path() : MakePrivateFolder(parent / "svinfo", error);
+    if (error) throw FailureOf("make a folder for temporary files", ResultOfError(error));
+    return folder;
 }
 
 }  // namespace

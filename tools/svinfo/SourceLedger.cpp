@@ -148,7 +148,7 @@ void CSourceLedger::NoteLongName(const CPolicyItem& item, const CPlace& place) {
     if (reduced == item.name.c_str()) return;
     Current().findings.push_back(
         {Oddity::kNotAPolicy, reduced,
-         Quoted(reduced) + " is found by no question: in this form it bears its long name. Write it as a list", place});
+         Quoted(reduced) + " is found by no question: in this form it bears its long name. Write it as a list", place, place});
 }
 
 void CSourceLedger::PassedOver(Oddity oddity, LPCWSTR detail, const CLoadPlace& place) {
@@ -165,6 +165,8 @@ void CSourceLedger::PassedOver(Oddity oddity, LPCWSTR detail, const CLoadPlace& 
             break;
         default:
             item = ItemNameOf(place.node);
+            // A mask of a list is its policy's.
+            if (item.empty() && place.item) item = wstr(NodeName(place.item).View());
             break;
     }
     std::vector<CFinding>& findings = Current().findings;
@@ -176,5 +178,7 @@ void CSourceLedger::PassedOver(Oddity oddity, LPCWSTR detail, const CLoadPlace& 
         if (missing != findings.end()) missing->text += " nor " + Quoted(detail);
         return;
     }
-    findings.push_back({oddity, item, TextOf(oddity, detail, item), PlaceOf(place)});
+    const CPlace at = PlaceOf(place);
+    findings.push_back({oddity, item, TextOf(oddity, detail, item), at,
+                        place.item ? PlaceOf({place.item, nullptr, nullptr}) : at});
 }

@@ -16,6 +16,7 @@ struct CPlace {
     std::string path;
     DWORD line = 0;
     DWORD column = 0;
+    bool operator==(const CPlace&) const = default;
 };
 // "PATH:LINE:COLUMN", as far as it is known.
 std::string PlaceText(const CPlace& place);
@@ -33,6 +34,7 @@ struct CFinding {
     wstr item;         // the name of the item that it is about; empty for none
     std::string text;  // the whole of it, in words
     CPlace place;
+    CPlace belongsTo;  // where the item stands that is meant, as its delivery has it
 };
 
 enum class SourceState { kFound, kEmpty, kDamaged, kAbsent, kNoEngine };

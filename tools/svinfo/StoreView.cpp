@@ -11,6 +11,8 @@ CStoreView::CStoreView(CLoadObserver* observer) {
         m_object = static_cast<CServerInfo*>(interface2);
         m_object->Observe(observer);
         hr = interface2->GetInfo(0, nullptr);
+        // Complete now, and no later load of this object's touches what the observer holds.
+        m_object->Observe(static_cast<CLoadObserver*>(nullptr));
     }
     if (FAILED(hr)) throw CCommandFailure(ExitCode::Failed, FailureOf("load the policy", hr).Line());
 }

@@ -8,7 +8,7 @@
 
 class CStoreView {
   public:
-    // Made and loaded as any other, with an observer that outlives it. Throws CCommandFailure.
+    // Made and loaded as any other, with an observer of this one load. Throws CCommandFailure.
     explicit CStoreView(CLoadObserver* observer = nullptr);
 
     IOVServerInfo& Info() const noexcept { return *m_interface; }

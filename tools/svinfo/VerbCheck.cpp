@@ -23,7 +23,8 @@ struct CChecked {
 };
 
 // A policy object's file is applied to a computer of its own, and loaded there.
-CChecked CheckPolFile(const std::string& path, const std::string& bytes) {
+CChecked CheckPolFile(const std::string& path) {
+    const std::string bytes = ReadWholeFile(path);
     std::vector<CPolRecord> records;
     try {
         records = ReadPolFile(bytes);
@@ -47,14 +48,13 @@ CChecked CheckPolFile(const std::string& path, const std::string& bytes) {
     if (checked.entry.state == SourceState::kNoEngine) checked.entry.state = SourceState::kEmpty;
     for (CPolicyNote& note : notes) {
         checked.entry.findings.push_back(
-            {Oddity::kRegistryType, {}, "byte " + std::to_string(note.offset) + ": " + note.text, {path, 0, 0}});
+            {Oddity::kRegistryType, {}, "byte " + std::to_string(note.offset) + ": " + note.text, {path, 0, 0}, {}});
     }
     return checked;
 }
 
 CChecked CheckFile(const std::string& path) {
-    const std::string bytes = ReadWholeFile(path);
-    if (bytes.starts_with("PReg")) return CheckPolFile(path, bytes);
+    if (ReadBeginning(path, 4) == "PReg") return CheckPolFile(path);
     const CPolicyDocument document = ReadPolicyDocument(path, false);
     document.RequireSound();
     return {document.form == PolicyForm::kSettings ? "settings document" : "authentication policies", document.Entry()};

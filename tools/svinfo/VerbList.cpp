@@ -49,13 +49,11 @@ CHoldings Collect(const wstr& prefix, bool all) {
         }
     }
     if (!all) return holdings;
-    for (const LocalLevel level : {LocalLevel::Local, LocalLevel::Default}) {
-        for (const wstr& name : LocalItemNames(level)) {
-            if (!HasPrefix(name, prefix)) continue;
-            const std::optional<CPolicyValue> value = ReadLocalItem(level, name);
-            const char* kind = level == LocalLevel::Local ? "local" : "default";
-            const std::string key = "HKEY_LOCAL_MACHINE\\" + ToUtf8(LocalLevelKey(level));
-            if (value) Add(holdings, name, kind, {key, 0, 0}, *value, S_FALSE);
+    for (const wstr& name : LocalItemNames(LocalLevel::Both)) {
+        if (!HasPrefix(name, prefix)) continue;
+        for (CLevel& level : LocalLevelsOf(name, holdings.contains(name))) {
+            if (level.state != LevelState::kWon && level.state != LevelState::kHidden) continue;
+            holdings[name].push_back({level.kind, std::move(level.place), std::move(level.held)});
         }
     }
     return holdings;

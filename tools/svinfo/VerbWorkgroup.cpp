@@ -114,7 +114,7 @@ ExitCode CopyWorkgroup(const std::optional<std::string>& file, COutput& output) 
     RequireWriteAccess();
     const CHost host;
     const HRESULT hr = host.Query<IOVServerInfoExt>(IID_IOVServerInfoExt)
-                           ->CopyWorkgroupPoliciesLocally(file ? document.xml.Text() : nullptr);
+                           ->CopyWorkgroupPoliciesLocally(file ? document.SettingsText().c_str() : nullptr);
     if (FAILED(hr)) throw CCommandFailure(ExitCode::Failed, FailureOf("copy", hr).Line());
     if (!output.Style().json) TellFindings(document.Entry(), output);
     const CCopied copied = Compare(document.items, host.Info());

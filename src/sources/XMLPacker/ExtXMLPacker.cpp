@@ -132,7 +132,7 @@ HRESULT CExtXMLPacker::_parsePolicies(IXMLDOMNode* pxmlnGroup) noexcept {
 
 // A number in base 16. What stands behind it does not count, and no digits are 0.
 template <class Number>
-Number CExtXMLPacker::ReadNumber(const CComBSTR& text) const {
+Number CExtXMLPacker::ReadNumber(const CComBSTR& text, IXMLDOMNode* node) const {
     WCHAR* end = nullptr;
     errno = 0;
     Number number;
@@ -142,7 +142,7 @@ Number CExtXMLPacker::ReadNumber(const CComBSTR& text) const {
         number = wcstoull(text.Text(), &end, 16);
     }
     if (m_observer && (end == text.Text() || *end != 0 || errno == ERANGE)) {
-        PassOver(Oddity::kNumberCut, text.Text(), m_node);
+        PassOver(Oddity::kNumberCut, text.Text(), node);
     }
     return number;
 }
@@ -152,9 +152,9 @@ HRESULT CExtXMLPacker::_restorePolicy(const CComBSTR& name, const CComBSTR& type
     const wstr_view typeName = type.View();
     OV_SERVER_INFO_EX record = {name.Text(), S_OK, {}};
     if (typeName == W("REG_DWORD")) {
-        record.value = {OV_TYPE_DWORD, ReadNumber<ULONG>(data), nullptr};
+        record.value = {OV_TYPE_DWORD, ReadNumber<ULONG>(data, m_node), nullptr};
     } else if (typeName == W("REG_QWORD")) {
-        record.value = {OV_TYPE_QWORD, ReadNumber<ULONGLONG>(data), nullptr};
+        record.value = {OV_TYPE_QWORD, ReadNumber<ULONGLONG>(data, m_node), nullptr};
     } else if (typeName == W("REG_SZ")) {
         record.value = {OV_TYPE_STRING, reinterpret_cast<ULONG_PTR>(data.Text()), nullptr};
     } else {
@@ -280,10 +280,8 @@ HRESULT CExtXMLPacker::ParseList(IXMLDOMNode* pxmlnItem, IXMLDOMNodeList* pIDOMI
         if (!xmlnNode) continue;
         CComBSTR bsText;
         OVXMLCheck::Call(xmlnNode->get_text(&bsText), "xmlnNode->get_text( &bsText )");
-        m_node = xmlnNode.Get();
         CPolicyValue mask;
-        mask.SetNumber(OV_TYPE_QWORD, ReadNumber<ULONGLONG>(bsText));
-        m_node = pxmlnItem;
+        mask.SetNumber(OV_TYPE_QWORD, ReadNumber<ULONGLONG>(bsText, xmlnNode.Get()));
         masks.Append(mask);
     }
     CComBSTR bsName;

@@ -45,7 +45,7 @@ class CExtXMLPacker : public OVXMLDoc {
   protected:
     // Tells the observer, if there is one.
     void PassOver(Oddity oddity, LPCWSTR detail, IXMLDOMNode* node) const {
-        if (m_observer) m_observer->PassedOver(oddity, detail, {node, nullptr});
+        if (m_observer) m_observer->PassedOver(oddity, detail, {node, nullptr, m_node});
     }
 
     CLoadObserver* m_observer = nullptr;
@@ -69,7 +69,7 @@ class CExtXMLPacker : public OVXMLDoc {
     void NoteIncomplete(IXMLDOMNode* node) const;
     void NoteRest(Oddity oddity, LPCWSTR detail, IXMLDOMNodeList* list, LONG from) const;
     template <class Number>
-    Number ReadNumber(const CComBSTR& text) const;
+    Number ReadNumber(const CComBSTR& text, IXMLDOMNode* node) const;
 
     // The tags that every item has.
     const CComBSTR m_name{W("Name")};
