@@ -31,8 +31,8 @@ OVLAYER_API BOOL WINAPI OvLastPolicySignal(BOOL machine, SYSTEMTIME* time);
 // A host that serves others declares on its thread, for the length of one call into a component, whom it serves; that
 // is whom CoImpersonateClient takes on. Not nested: 170. What the host declares is believed: it must know it from the
 // system, as from the peer of a connected Unix socket. The identity is taken at once, with its groups. 50 where the
-// home has callers of its own; 6 for what is no socket, 87 for one without a peer on this computer. What the callee took
-// on and did not give back, OvEndCall takes from the thread.
+// home has callers of its own; 6 for what is no socket, 87 for one without a peer on this computer. What the callee
+// took on and did not give back, OvEndCall takes from the thread.
 OVLAYER_API DWORD WINAPI OvBeginCallOfPeer(int socket);
 OVLAYER_API DWORD WINAPI OvBeginCallOfUser(DWORD uid, DWORD session);
 // For tests: a user's SID, then those of its groups, the primary group first. No SID at all is a caller who refuses to

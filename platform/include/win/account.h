@@ -29,9 +29,9 @@ enum SID_NAME_USE {
 };
 
 // An account of this computer, as the name service knows it: S-1-5-18 for uid 0, S-1-22-1-<uid> for every other user,
-// S-1-22-2-<gid> for a group; else one of those that every computer has, under its own name, as Administrators. A domain
-// in front is not looked at. The sizes are told and the answer is 122 when one is too small; 1332 for a name that nobody
-// has; 87 for a system's name. The domain is empty for users and groups: there is none.
+// S-1-22-2-<gid> for a group; else one of those that every computer has, under its own name, as Administrators. A
+// domain in front is not looked at. The sizes are told and the answer is 122 when one is too small; 1332 for a name
+// that nobody has; 87 for a system's name. The domain is empty for users and groups: there is none.
 OVLAYER_API BOOL WINAPI LookupAccountNameW(LPCWSTR system, LPCWSTR account, PSID sid, DWORD* sidSize, LPWSTR domain,
                                            DWORD* domainSize, SID_NAME_USE* use);
 

@@ -83,8 +83,8 @@ OVLAYER_API BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE* t
 // for a token opened without TOKEN_QUERY, 87 for a class that is not served.
 OVLAYER_API BOOL WINAPI GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size,
                                             DWORD* needed);
-// TokenIntegrityLevel alone, of a token opened with TOKEN_ADJUST_DEFAULT: of this token object, no other one of the same
-// user. Upwards only for uid 0, else 1314; 24 for a buffer that is too small, 1337 for what is no S-1-16-x.
+// TokenIntegrityLevel alone, of a token opened with TOKEN_ADJUST_DEFAULT: of this token object, no other one of the
+// same user. Upwards only for uid 0, else 1314; 24 for a buffer that is too small, 1337 for what is no S-1-16-x.
 OVLAYER_API BOOL WINAPI SetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size);
 
 // The process's own identity, as it is at that moment.
@@ -111,8 +111,8 @@ OVLAYER_API BOOL WINAPI CopySid(DWORD size, PSID to, PSID from);
 OVLAYER_API BOOL WINAPI InitializeSid(PSID sid, SID_IDENTIFIER_AUTHORITY* authority, BYTE subAuthorities);
 OVLAYER_API DWORD* WINAPI GetSidSubAuthority(PSID sid, DWORD index);
 OVLAYER_API BYTE* WINAPI GetSidSubAuthorityCount(PSID sid);
-// A SID for LocalFree. Parts are decimal; the two letters SY, BA, BU, WD, AN stand for theirs. 1337 for what is none, 87
-// for null.
+// A SID for LocalFree. Parts are decimal; the two letters SY, BA, BU, WD, AN stand for theirs. 1337 for what is none,
+// 87 for null.
 OVLAYER_API BOOL WINAPI ConvertStringSidToSidW(LPCWSTR text, PSID* sid);
 // NSS names under the host's name as domain; SYSTEM of NT AUTHORITY, Administrators and Users of BUILTIN, Everyone of
 // no domain. 1332 for a SID that nobody has, 122 for a room that is too small. The lengths come back without the NUL;
@@ -196,6 +196,6 @@ struct TRUSTEE_W {
     LPWSTR ptstrName;
 };
 OVLAYER_API void WINAPI BuildTrusteeWithNameW(TRUSTEE_W* trustee, LPWSTR name);
-// Of an account, named (with or without a domain in front) or by its SID, through all the groups that it is in. 1332 for
-// nobody's name.
+// Of an account, named (with or without a domain in front) or by its SID, through all the groups that it is in. 1332
+// for nobody's name.
 OVLAYER_API DWORD WINAPI GetEffectiveRightsFromAclW(PACL acl, TRUSTEE_W* trustee, DWORD* rights);
