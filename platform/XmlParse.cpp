@@ -145,9 +145,9 @@ class CXmlBuilder {
     std::uint32_t m_entityOffset = 0;  // where the reference stands that is being replaced
     int m_entityDepth = 0;
     std::uint64_t m_grown = 0;
-    std::uint64_t m_cost = 0;       // of the entity that is being parsed
+    std::uint64_t m_cost = 0;  // of the entity that is being parsed
     int m_defaults = 0;
-    bool m_hasText = false;         // a run of text is open, from m_textStart in the pool on
+    bool m_hasText = false;  // a run of text is open, from m_textStart in the pool on
     bool m_isCData = false;
     bool m_blank = false;  // blanks stood where the next node begins
     bool m_namedEncoding = false;
@@ -180,8 +180,8 @@ void CXmlBuilder::SetHandlers() {
     XML_SetProcessingInstructionHandler(m_parser, Call<&CXmlBuilder::OnInstruction, const char*, const char*>);
     XML_SetEntityDeclHandler(m_parser, Call<&CXmlBuilder::OnEntity, const char*, int, const char*, int, const char*,
                                             const char*, const char*, const char*>);
-    XML_SetAttlistDeclHandler(m_parser, Call<&CXmlBuilder::OnDefault, const char*, const char*, const char*,
-                                             const char*, int>);
+    XML_SetAttlistDeclHandler(m_parser,
+                              Call<&CXmlBuilder::OnDefault, const char*, const char*, const char*, const char*, int>);
     // With a default handler expat leaves references to entities to the one for skipped ones.
     XML_SetDefaultHandler(m_parser, Call<&CXmlBuilder::OnOther, const char*, int>);
     XML_SetSkippedEntityHandler(m_parser, Call<&CXmlBuilder::OnReference, const char*, int>);

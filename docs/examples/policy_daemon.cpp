@@ -1,4 +1,5 @@
-// A daemon that answers each client of a Unix socket with the client's own identity: what policy holds for whoever asks.
+// A daemon that answers each client of a Unix socket with the client's own identity: what policy holds for whoever
+// asks.
 //
 //   policy_daemon SOCKET          one question a connection: the name of an item, in UTF-8, and the end of the line
 //
@@ -65,8 +66,8 @@ int main(int argc, char** argv) {
     if (argc != 2) return 2;
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const HMODULE module = LoadLibraryW(OV_TEXT("OvSvInfo"));
-    const auto getClassObject = reinterpret_cast<LPFNGETCLASSOBJECT>(
-        reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+    const auto getClassObject =
+        reinterpret_cast<LPFNGETCLASSOBJECT>(reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     IClassFactory* factory = nullptr;
     IOVServerInfo* server = nullptr;
     if (!getClassObject ||

@@ -124,10 +124,10 @@ struct IOVServerInfo2 : public IOVServerInfo {};
 
 // Which credentials apply to a user, and who is an administrator.
 //
-// A list is `count` 64-bit masks in one CoTaskMem block, the caller's to free; an empty list is 0 and null. The masks are
-// alternatives. A name comes with its form: 3 for DOMAIN\account, 8 for a SID, 0 for the recovery account, other numbers
-// as the suite's user service counts them. On a failure the list is empty. 0x80070057: a null or empty name, or an output
-// that is missing. 0x80070002: no policy says anything for this user.
+// A list is `count` 64-bit masks in one CoTaskMem block, the caller's to free; an empty list is 0 and null. The masks
+// are alternatives. A name comes with its form: 3 for DOMAIN\account, 8 for a SID, 0 for the recovery account, other
+// numbers as the suite's user service counts them. On a failure the list is empty. 0x80070057: a null or empty name, or
+// an output that is missing. 0x80070002: no policy says anything for this user.
 struct IOVAuthenticationPolicyEx : public IUnknown {
     // At logon on this computer.
     STDMETHOD(GetUserLogonPolicyList)(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) = 0;

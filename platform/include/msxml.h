@@ -2,9 +2,9 @@
 //
 // Served   what the declarations below say. A query is the name of an element, or "*"; everything else gives E_FAIL.
 // Bounds   a document of 64 MiB (a text of as many units), 512 levels and 8,388,608 nodes, 256 entities nested in 16
-//          levels, 256 defaults of attributes, names of namespaces of 4,096 bytes; and what entities and attributes come
-//          to, 8 times the document and 64 KiB, a node counting 16 bytes. A document over one of them did not load.
-//          Nothing outside of the document is ever read.
+//          levels, 256 defaults of attributes, names of namespaces of 4,096 bytes; and what entities and attributes
+//          come to, 8 times the document and 64 KiB, a node counting 16 bytes. A document over one of them did not
+//          load. Nothing outside of the document is ever read.
 // Memory   strings that come out are the caller's to free with SysFreeString. A node keeps the whole tree that it
 //          belongs to.
 // Threads  a document and its nodes belong to one thread at a time.

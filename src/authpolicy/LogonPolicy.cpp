@@ -1,5 +1,5 @@
-// Which credentials apply to a user at logon: an agent that locked the computer, the recovery account, the policy of the
-// machine, that of administrators or of users, and two adjustments, in this order.
+// Which credentials apply to a user at logon: an agent that locked the computer, the recovery account, the policy of
+// the machine, that of administrators or of users, and two adjustments, in this order.
 #include <algorithm>
 
 #include "authpolicy/PolicyList.h"

@@ -54,8 +54,7 @@ STDMETHODIMP CServerInfo::GetSessionPolicyList(DWORD* count, ULONGLONG** list) {
     });
 }
 
-STDMETHODIMP CServerInfo::GetUserSessionPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count,
-                                                   ULONGLONG** list) {
+STDMETHODIMP CServerInfo::GetUserSessionPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetUserSessionPolicyList", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!userName || !*userName) return E_INVALIDARG;

@@ -22,8 +22,7 @@ std::atomic<DWORD> theKioskProduct{kUnknown};  // 0 or 1 once it is known
 // A number of a key of the machine; false when there is none.
 bool ReadSetting(LPCWSTR path, REGSAM access, LPCWSTR name, DWORD& number) noexcept {
     CRegistryKey key;
-    return key.Open(HKEY_LOCAL_MACHINE, path, access) == ERROR_SUCCESS &&
-           key.QueryDword(name, number) == ERROR_SUCCESS;
+    return key.Open(HKEY_LOCAL_MACHINE, path, access) == ERROR_SUCCESS && key.QueryDword(name, number) == ERROR_SUCCESS;
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 
 #include "Platform.h"
 
-// The SID of a user as text. A name of format 8 or 0 is taken as it stands. 0x80070525 when the user service knows no SID.
+// The SID of a user as text. A name of format 8 or 0 is taken as it stands. 0x80070525 when the user service knows no
+// SID.
 HRESULT TranslateToSID(LPCWSTR userName, DWORD nameFormat, wstr& sid) noexcept;
 
 // Whether a name of format 8 is that of the recovery account: "Recovery", or a SID that bears its mark. Raises the

@@ -30,8 +30,8 @@ static_assert(sizeof(OV_NAME_ENTRY) == 16 && offsetof(OV_NAME_RESULT, entries) =
 
 struct IOVUserNames : public IUnknown {
     // Writes the name in each of the requested forms. 1 for a user of this computer, 0 for one of a domain.
-    STDMETHOD(TranslateName)(LPCWSTR name, DWORD nameFormat, DWORD requestCount, const DWORD* requestedFormats,
-                             OV_NAME_RESULT** result) = 0;
+    STDMETHOD(TranslateName)
+    (LPCWSTR name, DWORD nameFormat, DWORD requestCount, const DWORD* requestedFormats, OV_NAME_RESULT** result) = 0;
 };
 
 struct IOVLockPolicy : public IUnknown {

@@ -54,8 +54,8 @@ HRESULT SetCoreKeySecurity(const CRegistryKey& key, DWORD usersMask) noexcept {
 CRegistryKey OpenCoreKey(REGSAM access) {
     CRegistryKey key;
     if (key.Open(HKEY_LOCAL_MACHINE, kCoreKey, access) == ERROR_SUCCESS) return key;
-    RaiseIfRegistryFailed(key.Create(HKEY_LOCAL_MACHINE, kCoreKey, nullptr, REG_OPTION_NON_VOLATILE, MAXIMUM_ALLOWED,
-                                     nullptr, nullptr));
+    RaiseIfRegistryFailed(
+        key.Create(HKEY_LOCAL_MACHINE, kCoreKey, nullptr, REG_OPTION_NON_VOLATILE, MAXIMUM_ALLOWED, nullptr, nullptr));
     SetCoreKeySecurity(key, KEY_READ);  // a key that cannot be secured stays in use
     return key;
 }

@@ -41,8 +41,8 @@ void CServerInfo::AnswerRecord(OV_SERVER_INFO_EX& record) noexcept {
     if (!ofUser || !AnswerForUser(record)) GetMachineValue(record);
 }
 
-// From the caller's own policy; false when that has no answer. The system itself has no such policy, and a thread without
-// a caller no token.
+// From the caller's own policy; false when that has no answer. The system itself has no such policy, and a thread
+// without a caller no token.
 bool CServerInfo::AnswerForUser(OV_SERVER_INFO_EX& record) noexcept {
     CLockGuard lock(m_lock);
     return SUCCEEDED(Guarded([&]() -> HRESULT {

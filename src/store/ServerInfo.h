@@ -142,12 +142,12 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     std::shared_ptr<const CPolicyMap> m_changedItems = std::make_shared<const CPolicyMap>();  // see ChangedItems
     std::map<DWORD, CNotificationSubscriber> m_subscribers;                                   // by cookie
     CLoadReport m_lastLoad;
-    CLoadObserver* m_observer = nullptr;          // not owned
+    CLoadObserver* m_observer = nullptr;              // not owned
     CDecisionObserver* m_decisionObserver = nullptr;  // not owned
-    bool m_initialized = false;           // Initialize has done its work
-    bool m_subscribed = false;            // the Group Policy subscription exists
-    bool m_terminating = false;           // no new subscribers
-    bool m_endPutOff = false;             // the refresh on this thread ends the object; of that thread alone
+    bool m_initialized = false;                       // Initialize has done its work
+    bool m_subscribed = false;                        // the Group Policy subscription exists
+    bool m_terminating = false;                       // no new subscribers
+    bool m_endPutOff = false;  // the refresh on this thread ends the object; of that thread alone
 
     CSecurityDescriptor m_adminAcl;  // asked which rights an account has on it; made once
 

@@ -24,8 +24,8 @@ constexpr LPCWSTR kUserSid = W("S-1-5-21-1-2-3-1000");
 // One of the forms in which a policy item can be there, and the alternatives that it stands for.
 struct Form {
     const char* name;
-    std::optional<Masks> masks;        // none: it cannot be read
-    HRESULT failure = S_OK;            // of its expansion
+    std::optional<Masks> masks;  // none: it cannot be read
+    HRESULT failure = S_OK;      // of its expansion
     void (*put)(LPCWSTR item) = nullptr;
 };
 const Form kForms[] = {
@@ -36,7 +36,9 @@ const Form kForms[] = {
     {"whole mask of nothing", Masks{0}, S_OK, [](LPCWSTR item) { PutDword(kLocalPolicyKey, item, 0x00010000); }},
     {"bad selector", Masks{}, E_UNEXPECTED, [](LPCWSTR item) { PutDword(kLocalPolicyKey, item, 0x00020001); }},
     {"list", Masks{0x8, 0x40, 0x8000000000000010}, S_OK,
-     [](LPCWSTR item) { PutList(kLists.c_str(), item, {W("8"), W("40"), W("8000000000000010")}); }},
+     [](LPCWSTR item) {
+         PutList(kLists.c_str(), item, {W("8"), W("40"), W("8000000000000010")});
+     }},
     {"empty list", std::nullopt, S_OK, [](LPCWSTR item) { PutList(kLists.c_str(), item, {W("")}); }},
     {"text", Masks{}, E_UNEXPECTED, [](LPCWSTR item) { PutString(kLocalPolicyKey, item, W("t")); }},
 };
@@ -107,10 +109,8 @@ TEST_F(Decisions, LogonListsOfEveryKind) {
         bool recovery;
         bool admin;
     } const kUsers[] = {
-        {W("DOM\\boss"), kNameSam, false, true},
-        {W("DOM\\user"), kNameSam, false, false},
-        {W("rEcOvErY"), kNameSid, true, false},
-        {W("S-1-5-1832554948-7"), kNameSid, true, false},
+        {W("DOM\\boss"), kNameSam, false, true},      {W("DOM\\user"), kNameSam, false, false},
+        {W("rEcOvErY"), kNameSid, true, false},       {W("S-1-5-1832554948-7"), kNameSid, true, false},
         {W("anybody"), kNameAsItStands, true, false},
     };
     struct {
@@ -125,8 +125,10 @@ TEST_F(Decisions, LogonListsOfEveryKind) {
             special.put(W("LogonPolicyAdmin"));
             PutDword(kLocalPolicyKey, W("LogonPolicyUser"), 0x4);
             for (const auto& spareKey : kSpareKeys) {
-                if (spareKey.value) PutDword(W("SOFTWARE\\Orvantis\\Policies\\SpareKey"), W("SpareKeyAllowed"), *spareKey.value);
-                if (!spareKey.value) RegDeleteValueW(Make(W("SOFTWARE\\Orvantis\\Policies\\SpareKey")).Get(), W("SpareKeyAllowed"));
+                if (spareKey.value)
+                    PutDword(W("SOFTWARE\\Orvantis\\Policies\\SpareKey"), W("SpareKeyAllowed"), *spareKey.value);
+                if (!spareKey.value)
+                    RegDeleteValueW(Make(W("SOFTWARE\\Orvantis\\Policies\\SpareKey")).Get(), W("SpareKeyAllowed"));
                 for (const auto& user : kUsers) {
                     SCOPED_TRACE(std::string(common.name) + ", " + special.name + ", spare key " + spareKey.name);
                     const auto ask = [&](DWORD* count, ULONGLONG** list) {
@@ -134,10 +136,10 @@ TEST_F(Decisions, LogonListsOfEveryKind) {
                     };
                     const Form user4{"", Masks{0x4}};
                     const Form& decides = common.masks ? common : user.admin ? special : user4;
-                    const std::string expected = user.recovery        ? "0x00000000 1"
-                                                 : !decides.masks     ? "0x80070002"
+                    const std::string expected = user.recovery             ? "0x00000000 1"
+                                                 : !decides.masks          ? "0x80070002"
                                                  : FAILED(decides.failure) ? "0x8000FFFF"
-                                                                      : Adjusted(*decides.masks, spareKey.allowed);
+                                                                           : Adjusted(*decides.masks, spareKey.allowed);
                     EXPECT_EQ(Told(ask), expected);
                     m_service.lock = S_OK;
                     m_service.masks = {0x99, 0x8};
@@ -199,12 +201,11 @@ TEST_F(Decisions, SessionListsOfNamedUsers) {
                 if (!userItem) Forget(W("RuntimePolicyUser"));
                 for (const bool admin : {false, true}) {
                     SCOPED_TRACE(std::string(common.name) + (admin ? ", admin" : ", user") + (kiosk ? ", kiosk" : ""));
-                    const std::string expected =
-                        FAILED(common.failure) ? "0x8000FFFF"
-                        : common.masks         ? Text(S_OK, *common.masks)
-                        : admin                ? "0x00000000 2"
-                        : userItem             ? "0x00000000 4"
-                                               : "0x80070002";
+                    const std::string expected = FAILED(common.failure) ? "0x8000FFFF"
+                                                 : common.masks         ? Text(S_OK, *common.masks)
+                                                 : admin                ? "0x00000000 2"
+                                                 : userItem             ? "0x00000000 4"
+                                                                        : "0x80070002";
                     EXPECT_EQ(Told([&](DWORD* count, ULONGLONG** list) {
                                   return m_object->GetUserSessionPolicyList(admin ? W("DOM\\boss") : W("DOM\\user"),
                                                                             kNameSam, count, list);
@@ -274,7 +275,8 @@ TEST_F(Decisions, KioskSessionsUnlessTheirKeySaysOtherwise) {
     EXPECT_TRUE(IsKioskSession(4)) << "without a key of its own";
     const auto put = [](LPCWSTR path, DWORD value) {
         CRegistryKey key;
-        EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, path, nullptr, 0, KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, nullptr), 0);
+        EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, path, nullptr, 0, KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, nullptr),
+                  0);
         EXPECT_EQ(key.SetDword(W("KioskAccount"), value), 0);
     };
     put(W("SOFTWARE\\Orvantis\\Kiosk\\Session\\4294967294"), 0);

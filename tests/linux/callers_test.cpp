@@ -1,6 +1,6 @@
 // Callers of a host: each gets its own answer, through a daemon and on many threads at once.
-#include <gtest/gtest.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -30,9 +30,9 @@ void PutUserPolicy(const wstr& sid, DWORD number) {
     ASSERT_EQ(RegCreateKeyExW(HKEY_USERS, (sid + W("\\SOFTWARE\\Policies\\Orvantis")).c_str(), 0, nullptr, 0,
                               KEY_ALL_ACCESS, nullptr, &key, nullptr),
               ERROR_SUCCESS);
-    EXPECT_EQ(RegSetValueExW(key, W("RuntimePolicy"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
-                             sizeof number),
-              ERROR_SUCCESS);
+    EXPECT_EQ(
+        RegSetValueExW(key, W("RuntimePolicy"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number),
+        ERROR_SUCCESS);
     RegCloseKey(key);
 }
 
@@ -159,7 +159,8 @@ TEST(Callers, OnEightThreadsAreNotMixedUp) {
                 if (call % 2 == 0) {
                     if (FAILED(object->GetInfo(1, &record)) || record.value.data != expected) ++wrong;
                 } else {
-                    if (FAILED(object->GetSessionPolicyList(&count, &list)) || count != 1 || list[0] != expected) ++wrong;
+                    if (FAILED(object->GetSessionPolicyList(&count, &list)) || count != 1 || list[0] != expected)
+                        ++wrong;
                     CoTaskMemFree(list);
                 }
                 OvEndCall();
@@ -186,7 +187,8 @@ TEST(UserService, TranslatesNamesAndLocksTheComputer) {
     EXPECT_EQ(translate(W("ANY\\nobody"), kNameSam, kNameSid), "1 S-1-22-1-65534");
     EXPECT_TRUE(translate(W("S-1-22-1-65534"), kNameSid, kNameSam).ends_with("\\nobody"));
     EXPECT_EQ(translate(W("nobody@somewhere"), kNameSam, kNameSid), "1 S-1-22-1-65534");
-    EXPECT_EQ(translate(W("X\\no such user"), kNameSam, kNameSid), std::to_string(static_cast<LONG>(0x80070534)) + " none");
+    EXPECT_EQ(translate(W("X\\no such user"), kNameSam, kNameSid),
+              std::to_string(static_cast<LONG>(0x80070534)) + " none");
     EXPECT_EQ(translate(W("nobody"), 99, kNameSid), std::to_string(E_INVALIDARG) + " none");
     PutList(W("SOFTWARE\\Orvantis\\UserService"), W("DomainAccounts"), {W("NOBODY")});
     EXPECT_EQ(translate(W("X\\nobody"), kNameSam, kNameSid), "0 S-1-22-1-65534") << "of a domain, as the setting says";
@@ -201,7 +203,8 @@ TEST(UserService, TranslatesNamesAndLocksTheComputer) {
         << "remembered, where the suite has a key for it";
     PutString(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights"), W("1"));
     EXPECT_EQ(object->IsAdmin(W("X\\nobody"), kNameSam), S_FALSE) << "a text is no answer, and is overwritten";
-    EXPECT_EQ(Get(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights")).type, static_cast<DWORD>(REG_DWORD));
+    EXPECT_EQ(Get(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights")).type,
+              static_cast<DWORD>(REG_DWORD));
 
     CComPtr<IOVLockPolicy> agent;
     ASSERT_EQ(OpenUserService(IID_IOVLockPolicy, agent), S_OK);

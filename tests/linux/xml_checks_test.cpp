@@ -170,7 +170,8 @@ class XmlChecks : public TraceTest {
 TEST_F(XmlChecks, EachFailedCallIsReportedAndEndsTheWalk) {
     const std::string items = ItemXml("a", "REG_DWORD", "1");
     const std::string settings = SettingsXml(items);
-    const std::string inPolicies = "<r><Items>" + GroupXml("Policies", "<Policies>" + items + "</Policies>") + "</Items></r>";
+    const std::string inPolicies =
+        "<r><Items>" + GroupXml("Policies", "<Policies>" + items + "</Policies>") + "</Items></r>";
     const std::string domains = "<r><Items>" + GroupXml("Domains", items) + "</Items></r>";
     const std::string lists = "<r>" + ListXml("LogonPolicy", {"1"}) + "</r>";
     const auto walkSettings = &CExtXMLPacker::ProcessOVSettings;
@@ -186,29 +187,53 @@ TEST_F(XmlChecks, EachFailedCallIsReportedAndEndsTheWalk) {
         std::vector<std::string> reports;
         bool presence = false;  // a check whose code is 1, and which a result of 1 fails like any other
     } const kCases[] = {
-        {settings, walkSettings, "getElementsByTagName", 0,
-         {"( IS_OK( m_pDocument->getElementsByTagName( CComBSTR(XML_ITEMS), &pIDOMItemsList ) ) && pIDOMItemsList )"}, true},
+        {settings,
+         walkSettings,
+         "getElementsByTagName",
+         0,
+         {"( IS_OK( m_pDocument->getElementsByTagName( CComBSTR(XML_ITEMS), &pIDOMItemsList ) ) && pIDOMItemsList )"},
+         true},
         {settings, walkSettings, "get_length", 0, {"pIDOMItemsList->get_length( &lItemsCount )"}},
         {settings, walkSettings, "get_item", 0, {"pIDOMItemsList->get_item( 0, &xmlnItems )"}},
         {settings, walkSettings, "selectNodes", 0, {"xmlnItems->selectNodes( CComBSTR(XML_GROUP), &pIDOMNodeList )"}},
         {settings, walkSettings, "get_length", 1, {"pIDOMNodeList->get_length( &lcount )"}},
         {inPolicies, walkSettings, "get_childNodes", 0, {"xmlnPolicies->get_childNodes(&pIDOMItemsList)", kParse}},
-        {settings, walkSettings, "selectNodes", 1,
+        {settings,
+         walkSettings,
+         "selectNodes",
+         1,
          {"pxmlnGroup->selectNodes(CComBSTR(XML_ITEM), &pIDOMItemsList)", kParse}},
         {settings, walkSettings, "get_length", 2, {"pIDOMItemsList->get_length( &lCount )", kParse}},
-        {domains, walkDomains, "selectNodes", 1,
+        {domains,
+         walkDomains,
+         "selectNodes",
+         1,
          {"pxmlnGroup->selectNodes( CComBSTR(XML_ITEM), &pIDOMItemsList )", kRestore}},
         {domains, walkDomains, "get_length", 2, {"pIDOMItemsList->get_length( &lCount )", kRestore}},
-        {lists, walkPolicies, "get_documentElement", 0,
-         {"( IS_OK( m_pDocument->get_documentElement( &pXMLElement ) ) && pXMLElement )"}, true},
-        {lists, walkPolicies, "get_childNodes", 0,
-         {"( IS_OK( pXMLElement->get_childNodes( &pIDOMItemsList ) ) && pIDOMItemsList )"}, true},
+        {lists,
+         walkPolicies,
+         "get_documentElement",
+         0,
+         {"( IS_OK( m_pDocument->get_documentElement( &pXMLElement ) ) && pXMLElement )"},
+         true},
+        {lists,
+         walkPolicies,
+         "get_childNodes",
+         0,
+         {"( IS_OK( pXMLElement->get_childNodes( &pIDOMItemsList ) ) && pIDOMItemsList )"},
+         true},
         {lists, walkPolicies, "get_length", 0, {"pIDOMItemsList->get_length( &lCount )"}},
-        {lists, walkPolicies, "selectNodes", 0,
+        {lists,
+         walkPolicies,
+         "selectNodes",
+         0,
          {"pxmlnItem->selectNodes( CComBSTR(XML_POLICYITEMS), &pIDOMItemsList )", kAuth}},
         {lists, walkPolicies, "get_length", 1, {"pIDOMItemsList->get_length( &lCount )", kAuth}},
         {lists, walkPolicies, "get_item", 1, {"pIDOMItemsList->get_item( 0, &xmlnItems )", kAuth}},
-        {lists, walkPolicies, "selectNodes", 1,
+        {lists,
+         walkPolicies,
+         "selectNodes",
+         1,
          {"xmlnItems->selectNodes( CComBSTR(XML_POLICYITEM), &pIDOMNodeList )", kAuth}},
         {lists, walkPolicies, "get_length", 2, {"pIDOMNodeList->get_length( &lcount )", kAuth}},
         {lists, walkPolicies, "get_text", 0, {"xmlnNode->get_text( &bsText )", kAuth}},

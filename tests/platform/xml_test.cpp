@@ -196,8 +196,9 @@ TEST_F(Xml, WhatCostsEachElementIsBounded) {
     std::string defaults;
     for (int i = 0; i < 1'000; ++i) defaults += "<!ATTLIST a b" + std::to_string(i) + " CDATA 'x'>";
     EXPECT_EQ(Load("<!DOCTYPE r [" + defaults + "]><r>" + elements + "</r>"), "0x00000001 0");
-    EXPECT_EQ(Load("<!DOCTYPE r [<!ENTITY e '" + std::string(500'000, '"') + "'>]><r b='&e;&e;&e;&e;&e;&e;&e;&e;&e;'/>"),
-              "0x00000001 0");
+    EXPECT_EQ(
+        Load("<!DOCTYPE r [<!ENTITY e '" + std::string(500'000, '"') + "'>]><r b='&e;&e;&e;&e;&e;&e;&e;&e;&e;'/>"),
+        "0x00000001 0");
 }
 
 TEST_F(Xml, WhatIsSavedLoadsAsTheSameTree) {

@@ -136,7 +136,7 @@ TEST_F(CliSources, ChecksNameEveryOddity) {
         Check("<r>\n<NoPolicy/>\n" + ListXml("LogonPolicy", {}) + "\n" + ItemXml("RuntimePolicy", "REG_DWORD", "1") +
               "</r>"),
         Lines({{2, "'NoPolicy' passed over: neither PolicyItems, once, nor Name, Type and Data"},
-                     {3, "'LogonPolicy' passed over: its list is empty"},
+               {3, "'LogonPolicy' passed over: its list is empty"},
                {4, "'RuntimePolicy' is found by no question: in this form it bears its long name. Write it as a list"}},
               1));
     const std::vector<std::string> damaged = Check("<r>\n  <Items>&nosuch;</Items></r>");
@@ -149,8 +149,10 @@ TEST_F(CliSources, ChecksNameEveryOddity) {
     if (kPlaces) {
         EXPECT_EQ(Run({"check", "/dev/zero"}).exitCode, 4) << "what has no end is not read";
         const auto column = [&](const std::string& start, const std::string& before) -> int {
-            const std::string path = Write("c.xml", start + "<r>" + before + "<LogonPolicy>" "<PolicyItems><PolicyItem>1</PolicyItem>"
-                                                                             "</PolicyItems></LogonPolicy></r>");
+            const std::string path = Write("c.xml", start + "<r>" + before +
+                                                        "<LogonPolicy>"
+                                                        "<PolicyItems><PolicyItem>1</PolicyItem>"
+                                                        "</PolicyItems></LogonPolicy></r>");
             return Json({"check", path})["files"][0]["items"][0]["column"];
         };
         EXPECT_EQ(column("", "<!--\xC3\xA4\xC3\xB6-->"), 13);
@@ -180,8 +182,9 @@ TEST_F(CliSources, SettingsAreCopiedAndTold) {
     EXPECT_EQ(hidden.exitCode, 6) << "the file itself is a source, and stronger";
     EXPECT_NE(hidden.errors.find("LockTimeout: written, but a managed value hides it"), std::string::npos);
     // What an entity holds is no item, and what a text begins and ends with belongs to it.
-    const std::string odd = Write("odd.xml", "<!DOCTYPE r [<!ENTITY e '" + ItemXml("Hidden", "REG_DWORD", "1") + "'>]>" +
-                                                 SettingsXml("&e;" + ItemXml("Blanks", "REG_SZ", "<![CDATA[ a>b\n ]]>")));
+    const std::string odd =
+        Write("odd.xml", "<!DOCTYPE r [<!ENTITY e '" + ItemXml("Hidden", "REG_DWORD", "1") + "'>]>" +
+                             SettingsXml("&e;" + ItemXml("Blanks", "REG_SZ", "<![CDATA[ a>b\n ]]>")));
     EXPECT_EQ(Run({"copy-workgroup", odd}).exitCode, 0);
     EXPECT_EQ(Run({"get", "Hidden"}).exitCode, 1);
     EXPECT_EQ(Done({"get", "Blanks"}), " a>b\n \n");

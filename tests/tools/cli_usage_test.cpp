@@ -48,12 +48,26 @@ TEST_F(CliUsage, WrongUsageIsToldAndGives2) {
 
 TEST_F(CliUsage, HelpListsWhatWorks) {
     const std::string text = Done({"help"});
-    for (const char* verb :
-         {"get NAME...", "list [PREFIX] [--all]", "explain NAME", "sources", "check FILE...", "reload",
-          "copy-workgroup [FILE]", "watch [FILTER...] [--once] [--timeout S]", "status",
-          "logon-policy USER [--explain]", "session-policy [USER] [--explain]", "is-admin USER [--explain]",
-          "gpupdate FILE... [--user NAME]", "reg import FILE", "reg export KEY [FILE]", "reg query KEY [VALUE]",
-          "reg add KEY VALUE TYPE DATA", "reg delete KEY [VALUE]", "help [VERB]", "version"}) {
+    for (const char* verb : {"get NAME...",
+                             "list [PREFIX] [--all]",
+                             "explain NAME",
+                             "sources",
+                             "check FILE...",
+                             "reload",
+                             "copy-workgroup [FILE]",
+                             "watch [FILTER...] [--once] [--timeout S]",
+                             "status",
+                             "logon-policy USER [--explain]",
+                             "session-policy [USER] [--explain]",
+                             "is-admin USER [--explain]",
+                             "gpupdate FILE... [--user NAME]",
+                             "reg import FILE",
+                             "reg export KEY [FILE]",
+                             "reg query KEY [VALUE]",
+                             "reg add KEY VALUE TYPE DATA",
+                             "reg delete KEY [VALUE]",
+                             "help [VERB]",
+                             "version"}) {
         EXPECT_NE(text.find(std::string("\n  ") + verb), std::string::npos) << verb;
     }
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";

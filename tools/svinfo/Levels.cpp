@@ -72,11 +72,12 @@ void AddSource(std::vector<CLevel>& levels, const wstr& name, const CSourceEntry
     const bool answered = WinnerOf(levels) != nullptr;
     for (const CDelivery& delivery : entry.deliveries) {
         if (!SameName(delivery.item.name, name)) continue;
-        levels.push_back({entry.source->kind, delivery.kept && !answered ? LevelState::kWon : LevelState::kHidden, delivery.place,
-                          Holding(name, delivery.item.value, S_OK),
+        levels.push_back({entry.source->kind, delivery.kept && !answered ? LevelState::kWon : LevelState::kHidden,
+                          delivery.place, Holding(name, delivery.item.value, S_OK),
                           !delivery.kept && levels.size() > before ? "the first one of the source counts" : ""});
         for (const CFinding& finding : entry.findings) {
-            const bool here = finding.place.line != 0 && SameName(finding.item, name) && finding.belongsTo == delivery.place;
+            const bool here =
+                finding.place.line != 0 && SameName(finding.item, name) && finding.belongsTo == delivery.place;
             if (here && finding.oddity == Oddity::kNumberCut) levels.back().why = finding.text;
         }
     }

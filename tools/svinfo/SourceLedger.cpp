@@ -148,7 +148,8 @@ void CSourceLedger::NoteLongName(const CPolicyItem& item, const CPlace& place) {
     if (reduced == item.name.c_str()) return;
     Current().findings.push_back(
         {Oddity::kNotAPolicy, reduced,
-         Quoted(reduced) + " is found by no question: in this form it bears its long name. Write it as a list", place, place});
+         Quoted(reduced) + " is found by no question: in this form it bears its long name. Write it as a list", place,
+         place});
 }
 
 void CSourceLedger::PassedOver(Oddity oddity, LPCWSTR detail, const CLoadPlace& place) {
@@ -179,6 +180,6 @@ void CSourceLedger::PassedOver(Oddity oddity, LPCWSTR detail, const CLoadPlace& 
         return;
     }
     const CPlace at = PlaceOf(place);
-    findings.push_back({oddity, item, TextOf(oddity, detail, item), at,
-                        place.item ? PlaceOf({place.item, nullptr, nullptr}) : at});
+    findings.push_back(
+        {oddity, item, TextOf(oddity, detail, item), at, place.item ? PlaceOf({place.item, nullptr, nullptr}) : at});
 }

@@ -53,8 +53,8 @@ class CRoad final : public CDecisionObserver {
                 return "account " + Quoted(name) + " of a domain: remembered as " +
                        (yes ? "an administrator" : "no administrator");
             case DecisionStep::kDomainAccount:
-                return "account " + Quoted(name) + " of a domain: " +
-                       (yes ? "among the administrators" : "not among the administrators");
+                return "account " + Quoted(name) +
+                       " of a domain: " + (yes ? "among the administrators" : "not among the administrators");
             case DecisionStep::kAdministrator:
                 return std::string("administrator: ") + (yes ? "yes" : "no") +
                        (FAILED(result) ? ", for it could not be found out: " + ResultText(result) : "");
