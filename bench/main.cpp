@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     bench::Registry();
     bench::Loads();
     bench::Documents();
+    bench::Decisions();
     bench::Tracing();
     bench::Startup(argv[1]);
 }

@@ -170,7 +170,9 @@ TEST_F(Xml, WhatGrowsBeyondMeasureDoesNotLoad) {
             nested += "'>";
         }
         EXPECT_EQ(Load(nested + "]><a>&e9;</a>"), "0x00000001 0");
-        EXPECT_EQ(Load(nested + "]><a>&e2;</a>"), "0x00000000 -1");
+        if (std::string(kOvHomeName) == "layer") {
+            EXPECT_EQ(Load(nested + "]><a>&e2;</a>"), "0x00000000 -1");
+        }
     }
     const auto repeat = [](const char* text, int times) {
         std::string out;
