@@ -183,6 +183,9 @@ bool IsAuthPolicyName(LPCWSTR name) noexcept {
 }
 
 bool IsUserScopedName(LPCWSTR name) noexcept {
+    // Every query asks, and nearly every name differs in its first unit. No letter beyond ASCII is one within.
+    const WCHAR first = name ? LowerAscii(*name) : W('\0');
+    if (first != W('r') && first != W('k') && first != W('d')) return false;
     const AuthPolicyName* policy = FindAuthPolicy(name);
     return policy && policy->userScoped;
 }
