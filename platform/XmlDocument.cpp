@@ -14,23 +14,10 @@
 
 namespace {
 
-class CXmlParseError final : public IXMLDOMParseError {
+class CXmlParseError final : public CXmlObject<IXMLDOMParseError> {
   public:
     explicit CXmlParseError(const XmlOutcome& outcome) : m_outcome(outcome) {}
 
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-        if (!object) return E_POINTER;
-        *object = iid == IID_IUnknown || iid == IID_IXMLDOMParseError ? this : nullptr;
-        if (!*object) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) delete this;
-        return left;
-    }
     STDMETHODIMP get_errorCode(LONG* code) override {
         if (!code) return E_INVALIDARG;
         *code = m_outcome.hr == S_OK ? 0 : E_FAIL;
@@ -50,7 +37,8 @@ class CXmlParseError final : public IXMLDOMParseError {
         *out = number;
         return m_outcome.hr == S_OK ? S_FALSE : S_OK;
     }
-    ULONG m_references = 1;
+    bool Serves(REFIID iid) const noexcept override { return iid == IID_IXMLDOMParseError; }
+
     XmlOutcome m_outcome;
 };
 
@@ -75,25 +63,10 @@ XmlOutcome ReadSource(const std::string& path, std::string& bytes) {
     return {};
 }
 
-class CXmlDocument final : public IXMLDOMDocument {
+class CXmlDocument final : public CXmlObject<IXMLDOMDocument> {
   public:
     CXmlDocument() : m_tree(new CXmlTree) {}
-    ~CXmlDocument() { m_tree->Release(); }
-
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-        if (!object) return E_POINTER;
-        const bool served = iid == IID_IUnknown || iid == IID_IXMLDOMNode || iid == IID_IXMLDOMDocument;
-        *object = served ? this : nullptr;
-        if (!served) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) delete this;
-        return left;
-    }
+    ~CXmlDocument() override { m_tree->Release(); }
 
     STDMETHODIMP get_nodeName(BSTR* name) override { return Top().get_nodeName(name); }
     STDMETHODIMP get_nodeType(DOMNodeType* type) override { return Top().get_nodeType(type); }
@@ -148,6 +121,7 @@ class CXmlDocument final : public IXMLDOMDocument {
     }
 
   private:
+    bool Serves(REFIID iid) const noexcept override { return iid == IID_IXMLDOMNode || iid == IID_IXMLDOMDocument; }
     CXmlNode& Top() const noexcept { return m_tree->Document(); }
 
     // Into a new tree. Nodes of the old one that a client holds live on with it.
@@ -179,7 +153,6 @@ class CXmlDocument final : public IXMLDOMDocument {
         return file && written == bytes.size() ? S_OK : HRESULT_FROM_WIN32(HiveErrorFromErrno(errno));
     }
 
-    ULONG m_references = 1;
     CXmlTree* m_tree;
     XmlOutcome m_outcome;
 };

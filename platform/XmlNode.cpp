@@ -11,26 +11,11 @@
 
 namespace {
 
-class CXmlNodeList final : public IXMLDOMNodeList {
+class CXmlNodeList final : public CXmlObject<IXMLDOMNodeList> {
   public:
     explicit CXmlNodeList(CXmlTree& tree) noexcept : m_tree(tree) { m_tree.AddRef(); }
+    ~CXmlNodeList() override { m_tree.Release(); }
 
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-        if (!object) return E_POINTER;
-        *object = iid == IID_IUnknown || iid == IID_IXMLDOMNodeList ? this : nullptr;
-        if (!*object) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG left = --m_references;
-        if (left == 0) {
-            m_tree.Release();
-            delete this;
-        }
-        return left;
-    }
     STDMETHODIMP get_item(LONG index, IXMLDOMNode** item) override {
         if (!item) return E_INVALIDARG;
         *item = nullptr;
@@ -48,8 +33,9 @@ class CXmlNodeList final : public IXMLDOMNodeList {
     std::vector<XmlIndex> nodes;
 
   private:
+    bool Serves(REFIID iid) const noexcept override { return iid == IID_IXMLDOMNodeList; }
+
     CXmlTree& m_tree;
-    ULONG m_references = 1;
 };
 
 // A list that `fill` fills.

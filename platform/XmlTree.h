@@ -184,6 +184,32 @@ std::string XmlTextOf(const CXmlNode& node);
 // The node as markup, entities replaced by what they stand for. Without an XML declaration.
 std::string XmlMarkupOf(const CXmlNode& node);
 
+// An object of its own that clients count; it goes with its last reference.
+template <class Interface>
+class CXmlObject : public Interface {
+  public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
+        if (!object) return E_POINTER;
+        *object = iid == IID_IUnknown || Serves(iid) ? this : nullptr;
+        if (!*object) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return ++m_references; }
+    STDMETHODIMP_(ULONG) Release() override {
+        const ULONG left = --m_references;
+        if (left == 0) delete this;
+        return left;
+    }
+
+  protected:
+    virtual ~CXmlObject() = default;
+    virtual bool Serves(REFIID iid) const noexcept = 0;
+
+  private:
+    ULONG m_references = 1;
+};
+
 // What a handler of results needs: `make` returns the result, and std::bad_alloc becomes E_OUTOFMEMORY.
 template <class Make>
 HRESULT XmlGuarded(Make make) noexcept {

@@ -88,12 +88,7 @@ HRESULT CServerInfo::GetUserLogonPolicy(LPCWSTR userName, DWORD nameFormat, OV_S
         }
         scope.Print("Distinguish between admins and users.");
         const bool isAdmin = IsAdmin(userName, nameFormat) == S_OK;
-        if (isAdmin) {
-            scope.Print("User is an Administrator.");
-        } else {
-            scope.Print("User is not an Administrator.");
-        }
-        return ReadPolicyItem(isAdmin ? W("LogonPolicyAdmin") : W("LogonPolicyUser"), *value);
+        return ReadPolicyItem(ItemByRole(isAdmin, W("LogonPolicyAdmin"), W("LogonPolicyUser"), scope), *value);
     });
 }
 

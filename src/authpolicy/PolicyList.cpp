@@ -57,3 +57,12 @@ bool ClearList(DWORD* count, ULONGLONG** list) noexcept {
     if (list) *list = nullptr;
     return count && list;
 }
+
+LPCWSTR ItemByRole(bool isAdmin, LPCWSTR forAdmins, LPCWSTR forOthers, OVTraceNS::CTraceScope& scope) noexcept {
+    if (isAdmin) {
+        scope.Print("User is an Administrator.");
+        return forAdmins;
+    }
+    scope.Print("User is not an Administrator.");
+    return forOthers;
+}

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Platform.h"
+#include "diagnostics/TraceScope.h"
 
 using CPolicyList = std::vector<ULONGLONG>;
 
@@ -16,6 +17,9 @@ void ExpandPolicyValue(const OV_SERVER_VALUE& value, CPolicyList& entries);
 
 // As a block that is the client's. An empty list is a null pointer. Raises 0x8007000E, the count being written then.
 void HandOut(const CPolicyList& entries, DWORD* count, ULONGLONG** list);
+
+// The item of administrators or of all others, and a word on it in the trace.
+LPCWSTR ItemByRole(bool isAdmin, LPCWSTR forAdmins, LPCWSTR forOthers, OVTraceNS::CTraceScope& scope) noexcept;
 
 // Empties the outputs of an operation that gives a list. False when one of them is missing.
 bool ClearList(DWORD* count, ULONGLONG** list) noexcept;

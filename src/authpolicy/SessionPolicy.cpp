@@ -18,12 +18,7 @@ LPCWSTR RuntimeItem(bool kiosk) noexcept {
 }
 
 LPCWSTR RuntimeItemFor(bool isAdmin, OVTraceNS::CTraceScope& scope) noexcept {
-    if (isAdmin) {
-        scope.Print("User is an Administrator.");
-    } else {
-        scope.Print("User is not an Administrator.");
-    }
-    return isAdmin ? W("RuntimePolicyAdmin") : W("RuntimePolicyUser");
+    return ItemByRole(isAdmin, W("RuntimePolicyAdmin"), W("RuntimePolicyUser"), scope);
 }
 
 // 0xFFFFFFFF where it cannot be had.

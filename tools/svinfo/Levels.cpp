@@ -91,7 +91,7 @@ void AddLocal(std::vector<CLevel>& levels, const wstr& name, bool answered) {
     for (LocalHolding& holding : LocalHoldingsOf(name)) {
         CLevel level{holding.level == LocalLevel::Local ? "local" : "default",
                      LevelState::kAbsent,
-                     {"HKEY_LOCAL_MACHINE\\" + ToUtf8(holding.key), 0, 0},
+                     {MachineKeyText(holding.key), 0, 0},
                      CItem(name),
                      {}};
         if (holding.found) {

@@ -90,7 +90,7 @@ void CSourceLedger::Source(const PolicySource& source, LPCWSTR place, bool prese
     CSourceEntry entry;
     entry.source = &source;
     const bool registry = source.form == PolicyForm::kRegistry;
-    entry.path = registry ? "HKEY_LOCAL_MACHINE\\" + ToUtf8(place) : FilePathText(place);
+    entry.path = registry ? MachineKeyText(place) : FilePathText(place);
     if (present) {
         entry.state = SourceState::kEmpty;
     } else if (registry || (source.withEngine && PathFileExistsW(place))) {
@@ -126,7 +126,7 @@ void CSourceLedger::Document(IXMLDOMDocument* document, HRESULT hr) {
 
 CPlace CSourceLedger::PlaceOf(const CLoadPlace& place) const {
     CPlace out;
-    out.path = place.key ? "HKEY_LOCAL_MACHINE\\" + ToUtf8(place.key) : m_sources.back().path;
+    out.path = place.key ? MachineKeyText(place.key) : m_sources.back().path;
     DWORD line = 0, column = 0;
     if (place.node && OvNodePosition(place.node, &line, &column)) {
         out.line = line;

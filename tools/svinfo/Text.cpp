@@ -232,3 +232,7 @@ std::string TimeText(const SYSTEMTIME& time) {
 std::string FilePosition(const std::string& file, std::size_t line, std::size_t column) {
     return EscapeControls(file) + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
 }
+
+std::string MachineKeyText(wstr_view key) {
+    return "HKEY_LOCAL_MACHINE\\" + ToUtf8(key);
+}

@@ -39,6 +39,9 @@ int HexDigit(WCHAR unit) noexcept;
 // Bytes as two hexadecimal digits each, lower case.
 std::string HexText(const BYTE* data, std::size_t size);
 
+// "HKEY_LOCAL_MACHINE\\KEY"
+std::string MachineKeyText(wstr_view key);
+
 // "FILE:LINE:COLUMN: ", where a message about a file begins.
 std::string FilePosition(const std::string& file, std::size_t line, std::size_t column);
 
