@@ -35,7 +35,7 @@ void UserValue(const CTestInstance& server) {
 }
 
 void LocalValue(const CTestInstance& server) {
-    OV_SERVER_INFO_EX record = {W("RuntimePolicy"), OV_QUERY, {}};
+    OV_SERVER_INFO_EX record = {W("Ordinary"), OV_QUERY, {}};
     Must(server->GetInfo(1, &record) == S_OK && record.hr == S_FALSE && record.value.data == 5, "local value");
 }
 
@@ -51,7 +51,7 @@ void Decisions() {
     const CFakeUserService service;
     PutDword(W("SOFTWARE\\Orvantis\\Policies\\AuthenticationPolicies\\LogonPolicy"), W("a"), 3);
     PutDword(W("SOFTWARE\\Orvantis\\Policies\\SpareKey"), W("SpareKeyAllowed"), 1);
-    PutDword(kLocalPolicyKey, W("RuntimePolicy"), 5);
+    PutDword(kLocalPolicyKey, W("Ordinary"), 5);
     HKEY hive = nullptr;
     Must(RegCreateKeyExW(HKEY_USERS, W("S-1-22-1-51001\\SOFTWARE\\Policies\\Orvantis"), 0, nullptr, 0, KEY_ALL_ACCESS,
                          nullptr, &hive, nullptr) == ERROR_SUCCESS,
@@ -63,7 +63,6 @@ void Decisions() {
     Must(server->GetInfo(0, nullptr) == S_OK, "first load");
     Compare("logon list of a local user / one service, two items, one block", {3, 3}, Times(LogonList, server),
             Times(PartsOfALogonList, server));
-    // The same question, once for a caller with a value of its own, once for none.
     const LPCWSTR sids[] = {W("S-1-22-1-51001"), W("S-1-22-2-100")};
     Compare(
         "user's own value under impersonation / the local key's", {3, 3},

@@ -1,6 +1,9 @@
 #include "AccountName.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <string>
 
 #include "Nss.h"
 #include "RegistryName.h"
@@ -29,14 +32,25 @@ const CWellKnown* WellKnownNamed(std::u16string_view domain, std::u16string_view
     return found == std::end(kAccounts) ? nullptr : found;
 }
 
+bool IsThisComputer(std::u16string_view name) noexcept {
+    char host[256] = {};
+    gethostname(host, sizeof host - 1);
+    const std::string_view own(host);
+    return name == u"." || SameName(name, std::u16string(own.begin(), own.end()));
+}
+
 CNamedAccount FindAccount(std::u16string_view text) {
     const CAccountName account(text);
-    const CWellKnown* const inItsDomain =
-        account.domain.empty() ? nullptr : WellKnownNamed(account.domain, account.name);
-    if (inItsDomain) return {inItsDomain->sid(), inItsDomain->use, inItsDomain->domain};
-    const std::string name = ToUtf8(account.name);
-    if (const auto user = NssUserNamed(name)) return {SidOfUser(user->user), SidTypeUser, {}};
-    if (const auto group = NssGroupNamed(name)) return {SidOfGroup(*group), SidTypeGroup, {}};
+    if (!account.domain.empty()) {
+        const CWellKnown* const known = WellKnownNamed(account.domain, account.name);
+        if (known) return {known->sid(), known->use, known->domain};
+    }
+    const bool own = !account.domain.empty() && IsThisComputer(account.domain);
+    for (const std::u16string_view name : {text, own ? account.name : text}) {
+        const std::string narrow = ToUtf8(name);
+        if (const auto user = NssUserNamed(narrow)) return {SidOfUser(user->user), SidTypeUser, {}};
+        if (const auto group = NssGroupNamed(narrow)) return {SidOfGroup(*group), SidTypeGroup, {}};
+    }
     const CWellKnown* const anywhere = account.domain.empty() ? WellKnownNamed({}, account.name) : nullptr;
     if (anywhere) return {anywhere->sid(), anywhere->use, anywhere->domain};
     return {};

@@ -30,8 +30,12 @@ struct CAccountName {
     std::u16string_view name;
 };
 
-// An account by its name: a user, a group, then those above. A domain in front is not looked at, except that those
-// above are sought in theirs alone. The use is SidTypeUnknown for nobody's name. Raises std::bad_alloc.
+// Whether that is the name of this computer, or the dot that stands for it.
+bool IsThisComputer(std::u16string_view name) noexcept;
+
+// An account by its name: as the name service has it, domain and all, then without this computer's name in front; a
+// user, a group, then those above, in their own domain alone where one is named. Another domain's name is never taken
+// for one of this computer. The use is SidTypeUnknown for nobody's name. Raises std::bad_alloc.
 struct CNamedAccount {
     CSid sid;
     SID_NAME_USE use = SidTypeUnknown;

@@ -72,16 +72,23 @@ class CClassModules {
   public:
     // Null when it cannot be loaded, or is no server.
     LPFNGETCLASSOBJECT Find(const std::u16string& path) {
-        const std::lock_guard lock(m_mutex);
-        const auto known = m_modules.find(path);
-        if (known != m_modules.end()) return known->second;
+        {
+            const std::lock_guard lock(m_mutex);
+            const auto known = m_modules.find(path);
+            if (known != m_modules.end()) return known->second;
+        }
+        // Not under the lock: what runs when a module is loaded may ask for classes of its own.
         const HMODULE module = LoadLibraryW(path.c_str());
         const FARPROC found = module ? GetProcAddress(module, "DllGetClassObject") : nullptr;
         if (!found) {
             if (module) FreeLibrary(module);
             return nullptr;
         }
-        return m_modules[path] = reinterpret_cast<LPFNGETCLASSOBJECT>(reinterpret_cast<void*>(found));
+        const auto server = reinterpret_cast<LPFNGETCLASSOBJECT>(reinterpret_cast<void*>(found));
+        const std::lock_guard lock(m_mutex);
+        // Whoever came second gives its reference on the module back.
+        if (!m_modules.emplace(path, server).second) FreeLibrary(module);
+        return server;
     }
 
   private:

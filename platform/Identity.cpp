@@ -48,8 +48,7 @@ std::vector<std::string> AdministratorGroups() {
         if (const DWORD missing = use.Find(view, path, key)) return missing;
         CValue* value;
         if (const DWORD missing = view.FindValue(*key, CSoughtName(u"AdministratorGroups"), value)) return missing;
-        if (value->type != REG_MULTI_SZ) return ERROR_FILE_NOT_FOUND;
-        groups = ReadList(*value);
+        if (value->type == REG_MULTI_SZ) groups = ReadList(*value);  // what is no list names nobody
         return ERROR_SUCCESS;
     });
     if (error == ERROR_FILE_NOT_FOUND) return {"sudo", "wheel", "admin"};

@@ -1,10 +1,9 @@
 // What is told of one user.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "AccountName.h"
 #include "Identity.h"
 #include "Nss.h"
 #include "RegistryCall.h"
@@ -14,19 +13,17 @@
 
 namespace {
 
-bool IsThisComputer(LPCWSTR server) {
+bool IsServedHere(LPCWSTR server) {
     if (!server || !*server) return true;
     std::u16string_view name(server);
     if (name.starts_with(u"\\\\")) name.remove_prefix(2);
-    char host[256] = {};
-    gethostname(host, sizeof host - 1);
-    return SameName(name, FromUtf8(host));
+    return IsThisComputer(name);
 }
 
 DWORD GetInfo(const std::string& name, BYTE** buffer) {
-    // The system's account has a name of its own where a SID is asked for it.
-    const bool system = SameName(FromUtf8(name), std::u16string_view(u"SYSTEM"));
-    const std::optional<CNssUser> user = system ? NssUser(0) : NssUserNamed(name);
+    // The system's own account is uid 0, unless somebody really bears that name.
+    std::optional<CNssUser> user = NssUserNamed(name);
+    if (!user && name == "SYSTEM") user = NssUser(0);
     if (!user) return NERR_UserNotFound;
     const CIdentityRef identity = IdentityOfUser(user->user, user->group, 0);
     const std::u16string texts[] = {FromUtf8(user->name), FromUtf8(user->fullName), FromUtf8(user->home), u""};
@@ -60,7 +57,7 @@ DWORD WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR user, DWORD level, BYTE** bu
     *buffer = nullptr;
     return static_cast<DWORD>(RegistryCall([&]() -> DWORD {
         if (level != 11) return ERROR_INVALID_LEVEL;
-        if (!IsThisComputer(server)) return ERROR_BAD_NETPATH;
+        if (!IsServedHere(server)) return ERROR_BAD_NETPATH;
         return GetInfo(ToUtf8(user), buffer);
     }));
 }

@@ -3,8 +3,8 @@
 // Settings, in SOFTWARE\Orvantis\UserService of HKEY_LOCAL_MACHINE, which administrators alone write:
 //   LockedMasks     REG_MULTI_SZ, masks in base 16: the computer is locked, and these credentials apply. Not there, or
 //                   empty: it is not locked
-//   DomainAccounts  REG_MULTI_SZ: accounts that come from a domain, though the system does not tell; all others are of
-//                   this computer
+//   DomainAccounts  REG_MULTI_SZ: accounts that come from a domain, though their names do not tell; those whose names
+//                   hold one are of it, and all others are of this computer
 #include <algorithm>
 #include <vector>
 
@@ -29,30 +29,33 @@ std::vector<wstr> ReadList(LPCWSTR name) {
     wstr all(size / sizeof(WCHAR), 0);
     size = static_cast<DWORD>(all.size() * sizeof(WCHAR));
     if (RegQueryValueExW(key.Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(all.data()), &size)) return texts;
-    for (const WCHAR* at = all.c_str(); *at; at += texts.back().size() + 1) texts.emplace_back(at);
+    all.resize(size / sizeof(WCHAR));
+    for (std::size_t at = 0; at < all.size() && all[at] != 0; at += texts.back().size() + 1) {
+        texts.push_back(all.substr(at, all.find(WCHAR{0}, at) - at));
+    }
     return texts;
 }
 
 // Whom a name means. Raises the system's failure.
 CSid SidOf(const wstr& name, DWORD format) {
     if (format == kNameSid) return CStringSid(name.c_str());
-    wstr account = name;
-    if (format == kNameSam) {
-        account = account.substr(account.find(W('\\')) + 1);
-        account = account.substr(0, account.find(W('@')));
-    } else if (format != kNamePlain) {
-        throw _com_error(E_INVALIDARG);
-    }
+    // The system knows which names are its own; a domain's account may share its last part with one of this computer.
+    if (format != kNameSam && format != kNamePlain) throw _com_error(E_INVALIDARG);
     alignas(DWORD) BYTE sid[SECURITY_MAX_SID_SIZE];
     WCHAR domain[256];
     DWORD sidSize = sizeof sid, domainSize = 256;
     SID_NAME_USE use;
-    if (!LookupAccountNameW(nullptr, account.c_str(), sid, &sidSize, domain, &domainSize, &use)) {
+    if (!LookupAccountNameW(nullptr, name.c_str(), sid, &sidSize, domain, &domainSize, &use)) {
         throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
     }
     CSid found;
     found.Assign(sid);
     return found;
+}
+
+// Whether the system names the account with its domain: "CORP\\erika", "erika@corp".
+bool HasDomain(const wstr& account) {
+    return account.find_first_of(W("\\@")) != wstr::npos;
 }
 
 LPWSTR TaskMemText(const wstr& text) {
@@ -69,7 +72,7 @@ void FillEntry(OV_NAME_ENTRY& entry, const CSid& sid) {
     } else if (entry.format == kNamePlain) {
         text = sid.AccountName();
     } else if (entry.format == kNameSam) {
-        text = sid.Domain() + W('\\') + sid.AccountName();
+        text = HasDomain(sid.AccountName()) ? sid.AccountName() : sid.Domain() + W('\\') + sid.AccountName();
     } else {
         entry.hr = E_INVALIDARG;
         return;
@@ -128,6 +131,7 @@ class COVUserService : public CComObjectRootEx<CComMultiThreadModel>,
 
   private:
     static bool IsOfDomain(const wstr& account) {
+        if (HasDomain(account)) return true;
         for (const wstr& known : ReadList(W("DomainAccounts"))) {
             if (CompareNames(known.c_str(), account.c_str()) == 0) return true;
         }

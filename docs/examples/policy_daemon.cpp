@@ -8,6 +8,7 @@
 #include <orvantis/ServerInfo.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -26,18 +27,27 @@ std::string Ask(IOVServerInfo& server, const std::string& name) {
     OV_SERVER_INFO_EX record = {wide, OV_QUERY, {}};
     HRESULT hr = server.GetInfo(1, &record);
     if (SUCCEEDED(hr)) hr = record.hr;
-    char line[96];
-    if (SUCCEEDED(hr) && record.value.type == OV_TYPE_DWORD) {
-        std::snprintf(line, sizeof line, "%s %u\n", hr == S_OK ? "managed" : "local",
-                      static_cast<unsigned>(record.value.data));
-    } else {
-        std::snprintf(line, sizeof line, "0x%08X\n", static_cast<unsigned>(hr));
+    char part[32];
+    if (FAILED(hr)) {
+        std::snprintf(part, sizeof part, "0x%08X\n", static_cast<unsigned>(hr));
+        return part;
     }
-    if (SUCCEEDED(hr)) OvFreeServerValue(record.value);
-    return line;
+    std::string line = hr == S_OK ? "managed" : "local";
+    const OV_SERVER_VALUE& value = record.value;
+    const DWORD elements = value.type == OV_TYPE_ARRAY ? static_cast<DWORD>(value.data) : 0;
+    for (DWORD i = 0; i < elements; ++i) {
+        std::snprintf(part, sizeof part, " 0x%016llX", value.items[i].data);
+        line += part;
+    }
+    if (value.type == OV_TYPE_DWORD) line += " " + std::to_string(static_cast<DWORD>(value.data));
+    OvFreeServerValue(value);
+    return line + "\n";
 }
 
 void Serve(IOVServerInfo& server, int client) {
+    const timeval patience = {2, 0};  // a client that says nothing keeps the others waiting no longer
+    setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     char question[512] = {};
     const ssize_t got = read(client, question, sizeof question - 1);
     if (got <= 0) return;
@@ -46,7 +56,8 @@ void Serve(IOVServerInfo& server, int client) {
     if (OvBeginCallOfPeer(client) != ERROR_SUCCESS) return;
     const std::string answer = Ask(server, question);
     OvEndCall();
-    if (write(client, answer.data(), answer.size()) < 0) std::perror("answer");
+    // One that has gone by now is no reason to end.
+    if (send(client, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) std::perror("answer");
 }
 
 int Listen(const char* path) {

@@ -121,7 +121,10 @@ bool CServerInfo::IsCallerAdministrator() {
     CAccessToken token;
     {
         const CClientImpersonation caller;
-        if (const DWORD error = token.OpenThread(TOKEN_QUERY, TRUE)) throw _com_error(HRESULT_FROM_WIN32(error));
+        if (const DWORD error = token.OpenThread(TOKEN_QUERY, TRUE)) {
+            NoteStep(DecisionStep::kAdministrator, W(""), HRESULT_FROM_WIN32(error), 0);
+            throw _com_error(HRESULT_FROM_WIN32(error));
+        }
     }
     // A group that is only there to deny, or is disabled, counts as well.
     std::vector<CSid> groups;

@@ -11,25 +11,11 @@ namespace {
 constexpr LPCWSTR kCoreKey = W("SOFTWARE\\Orvantis\\Core");
 constexpr DWORD kInherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
 
-// The thread's identity of before comes back whatever happens meanwhile.
-class CSelfImpersonation {
-  public:
-    CSelfImpersonation() noexcept : m_done(ImpersonateSelf(SecurityImpersonation)) {}
-    ~CSelfImpersonation() {
-        if (m_done) RevertToSelf();
-    }
-    CSelfImpersonation(const CSelfImpersonation&) = delete;
-    CSelfImpersonation& operator=(const CSelfImpersonation&) = delete;
-
-  private:
-    BOOL m_done;
-};
-
 bool MaySecureKeys() {
-    const CSelfImpersonation self;
+    // Of the process itself, whomever this thread acts for; and it goes on doing so.
     CAccessToken token;
     CSid user;
-    if (token.OpenThread(TOKEN_QUERY, TRUE) || token.ReadUser(user)) return false;
+    if (token.OpenProcess(TOKEN_QUERY) || token.ReadUser(user)) return false;
     if (user == LocalSystemSid()) return true;
     std::vector<CSid> groups;
     if (token.ReadGroups(groups)) return false;

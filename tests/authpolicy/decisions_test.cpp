@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "authpolicy/UserIdentity.h"
+#include "diagnostics/RecordingOutput.h"
 #include "store/PolicyKey.h"
 #include "support/FakeUserService.h"
 #include "support/Registry.h"
@@ -266,6 +267,66 @@ TEST_F(Decisions, SessionListsOfCallers) {
             if (caller.declared) OvEndCall();
         }
     }
+}
+
+class DecisionTrace : public TraceTest {
+  protected:
+    void SetUp() override {
+        TraceTest::SetUp();
+        ForgetKioskProduct();
+        TraceOn(10);
+        ReadAgain();
+    }
+    // The messages that a call leaves, of the decisions alone.
+    template <class Call>
+    std::string Messages(Call call) {
+        m_entries.clear();
+        call();
+        std::string text;
+        for (const TraceEntry& entry : m_entries) {
+            static constexpr const char* kOfDecisions[] = {"User is", "Local user",  "Domain user",
+                                                           "Do not",  "Distinguish", "This is",
+                                                           "#####",   "Kiosk",       "Cannot get"};
+            for (const char* start : kOfDecisions) {
+                if (entry.tag == 'U' && entry.text.starts_with(start)) text += entry.text + "|";
+            }
+        }
+        return text;
+    }
+    CFakeUserService m_service;
+    CTestInstance m_object;
+};
+
+TEST_F(DecisionTrace, TellsTheRoad) {
+    m_service.users = {{W("DOM\\boss"), {W("DOM\\boss"), kAdminSid, false}}, {W("none"), {W(""), W(""), true}}};
+    PutDword((wstr(W("SOFTWARE\\Orvantis\\DB\\Users\\")) + kAdminSid).c_str(), W("UserRights"), 1);
+    DWORD count = 0;
+    ULONGLONG* list = nullptr;
+    const auto logon = [&](LPCWSTR name, DWORD format) {
+        return Messages([&] { m_object->GetUserLogonPolicyList(name, format, &count, &list); });
+    };
+    EXPECT_EQ(logon(W("DOM\\boss"), kNameSam),
+              "Distinguish between admins and users.|User is DOM\\boss|Domain user ...|User is an Administrator.|");
+    EXPECT_EQ(logon(W("none"), kNameSam),
+              "Distinguish between admins and users.|Cannot get some of users names. SAM = "
+              "0x0|User is not an Administrator.|");
+    EXPECT_EQ(logon(W("recovery"), kNameSid), "This is recovery user...|");
+    CoTaskMemFree(list);
+    PutDword(kLocalPolicyKey, W("LogonPolicy"), 0);
+    EXPECT_EQ(logon(W("DOM\\boss"), kNameSam), "Do not distinguish between admins and users.|");
+    m_service.lock = S_OK;
+    EXPECT_EQ(logon(W("DOM\\boss"), kNameSam), "##### Computer is locked by Anti-Theft Agent!!!!|");
+    CoTaskMemFree(list);
+    const auto session = [&] {
+        return Messages([&] { m_object->GetUserSessionPolicyList(W("DOM\\boss"), kNameSam, &count, &list); });
+    };
+    EXPECT_EQ(session(),
+              "Kiosk product = 0|Distinguish between admins and users.|User is DOM\\boss|Domain user ...|User "
+              "is an Administrator.|");
+    PutDword(kLocalPolicyKey, W("RuntimePolicy"), 0);
+    EXPECT_EQ(session(), "Kiosk product = 0|Do not distinguish between admins and users.|");
+    EXPECT_EQ(Messages([&] { m_object->GetSessionPolicyList(&count, &list); }),
+              "Kiosk session = 0|Do not distinguish between admins and users.|");
 }
 
 TEST_F(Decisions, KioskSessionsUnlessTheirKeySaysOtherwise) {

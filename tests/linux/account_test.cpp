@@ -85,7 +85,9 @@ TEST(Accounts, AreFoundByTheirNames) {
     } kRows[] = {
         {W("root"), "S-1-5-18", SidTypeUser},
         {W("daemon"), "S-1-22-1-" + NumberOf("daemon"), SidTypeUser},
-        {W("WORKGROUP\\daemon"), "S-1-22-1-" + NumberOf("daemon"), SidTypeUser},
+        {W(".\\daemon"), "S-1-22-1-" + NumberOf("daemon"), SidTypeUser},
+        {W("WORKGROUP\\daemon"), "", SidTypeUnknown},  // another domain's, whatever this computer has
+        {W("daemon@elsewhere.invalid"), "", SidTypeUnknown},
         {W("tty"), "S-1-22-2-" + std::to_string(getgrnam("tty")->gr_gid), SidTypeGroup},
         {W("administrators"), "S-1-5-32-544", SidTypeAlias},
         {W("NT Authority\\system"), "S-1-5-18", SidTypeWellKnownGroup},
@@ -156,7 +158,7 @@ TEST(Accounts, HaveTheRightsOfAllTheirGroups) {
     for (const auto& row : kRows) {
         CTestList list = row.list;
         const CTestSid sid(user.c_str());
-        for (const LPCWSTR name : {W("daemon"), W("HOST\\daemon"), LPCWSTR()}) {
+        for (const LPCWSTR name : {W("daemon"), W(".\\daemon"), LPCWSTR()}) {
             TRUSTEE_W trustee;
             BuildTrusteeWithNameW(&trustee, const_cast<LPWSTR>(name));
             if (!name) {

@@ -184,34 +184,50 @@ TEST(UserService, TranslatesNamesAndLocksTheComputer) {
         const OV_NAME_ENTRY* const entry = result.Find(wanted);
         return std::to_string(hr) + " " + (entry ? Narrow(entry->name) : "none");
     };
-    EXPECT_EQ(translate(W("ANY\\nobody"), kNameSam, kNameSid), "1 S-1-22-1-65534");
+    EXPECT_EQ(translate(W(".\\nobody"), kNameSam, kNameSid), "1 S-1-22-1-65534");
+    // Another domain's name is nobody's here, though this computer has an account of its last part.
+    for (LPCWSTR other : {W("CORP\\nobody"), W("nobody@corp.example"), W("CORP\\root")}) {
+        EXPECT_EQ(translate(other, kNameSam, kNameSid), std::to_string(static_cast<LONG>(0x80070534)) + " none");
+    }
     EXPECT_TRUE(translate(W("S-1-22-1-65534"), kNameSid, kNameSam).ends_with("\\nobody"));
-    EXPECT_EQ(translate(W("nobody@somewhere"), kNameSam, kNameSid), "1 S-1-22-1-65534");
     EXPECT_EQ(translate(W("X\\no such user"), kNameSam, kNameSid),
               std::to_string(static_cast<LONG>(0x80070534)) + " none");
     EXPECT_EQ(translate(W("nobody"), 99, kNameSid), std::to_string(E_INVALIDARG) + " none");
-    PutList(W("SOFTWARE\\Orvantis\\UserService"), W("DomainAccounts"), {W("NOBODY")});
-    EXPECT_EQ(translate(W("X\\nobody"), kNameSam, kNameSid), "0 S-1-22-1-65534") << "of a domain, as the setting says";
+    PutList(W("SOFTWARE\\Orvantis\\UserService"), W("DomainAccounts"), {W("NOBODY"), W("system")});
+    EXPECT_EQ(translate(W(".\\nobody"), kNameSam, kNameSid), "0 S-1-22-1-65534") << "of a domain, as the setting says";
 
     // The roads of the decision on the system's own accounts.
     CTestInstance object;
     EXPECT_EQ(object->IsAdmin(W("S-1-5-18"), kNameSid), S_OK);
-    EXPECT_EQ(object->IsAdmin(W("X\\nobody"), kNameSam), S_FALSE);
+    EXPECT_EQ(object->IsAdmin(W(".\\nobody"), kNameSam), S_FALSE);
     PutDword(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("other"), 1);
-    EXPECT_EQ(object->IsAdmin(W("X\\nobody"), kNameSam), S_FALSE);
+    EXPECT_EQ(object->IsAdmin(W(".\\nobody"), kNameSam), S_FALSE);
     EXPECT_EQ(Get(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights")).bytes, std::vector<BYTE>(4, 0))
         << "remembered, where the suite has a key for it";
     PutString(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights"), W("1"));
-    EXPECT_EQ(object->IsAdmin(W("X\\nobody"), kNameSam), S_FALSE) << "a text is no answer, and is overwritten";
+    EXPECT_EQ(object->IsAdmin(W(".\\nobody"), kNameSam), S_FALSE) << "a text is no answer, and is overwritten";
     EXPECT_EQ(Get(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-22-1-65534"), W("UserRights")).type,
               static_cast<DWORD>(REG_DWORD));
 
+    // The system as an account of a domain: found among the administrators, and remembered as one.
+    Make(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-5-18"));
+    EXPECT_EQ(object->IsAdmin(W("S-1-5-18"), kNameSid), S_OK);
+    EXPECT_EQ(Get(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-5-18"), W("UserRights")).bytes,
+              (std::vector<BYTE>{1, 0, 0, 0}));
+    PutDword(W("SOFTWARE\\Orvantis\\DB\\Users\\S-1-5-18"), W("UserRights"), 0);
+    EXPECT_EQ(object->IsAdmin(W("S-1-5-18"), kNameSid), S_FALSE) << "as it was found once";
+
+    // A list without its end is read to where its bytes end.
+    PutBytes(W("SOFTWARE\\Orvantis\\UserService"), W("LockedMasks"), REG_MULTI_SZ, "4\0002\0", 4);
     CComPtr<IOVLockPolicy> agent;
     ASSERT_EQ(OpenUserService(IID_IOVLockPolicy, agent), S_OK);
     DWORD count = 7;
     ULONGLONG* list = nullptr;
+    EXPECT_EQ(agent->GetLockPolicyList(&count, &list), S_OK);
+    EXPECT_EQ(std::vector<ULONGLONG>(list, list + count), std::vector<ULONGLONG>{0x42});
+    CoTaskMemFree(list);
+    RegDeleteValueW(Make(W("SOFTWARE\\Orvantis\\UserService")).Get(), W("LockedMasks"));
     EXPECT_EQ(agent->GetLockPolicyList(&count, &list), S_FALSE);
-    EXPECT_EQ(count, 7u);
     PutList(W("SOFTWARE\\Orvantis\\UserService"), W("LockedMasks"), {W("8000000000000000"), W("2")});
     ASSERT_EQ(object->GetUserLogonPolicyList(W("anybody"), kNameAsItStands, &count, &list), S_OK);
     EXPECT_EQ(std::vector<ULONGLONG>(list, list + count), (std::vector<ULONGLONG>{0x8000000000000000, 2}));

@@ -39,6 +39,7 @@ TEST_F(CliDecisions, ListsAndTheRoadToThem) {
     EXPECT_EQ(Run({"session-policy", "nobody"}).exitCode, 1) << "no policy of a session says anything";
     Done({"reg", "delete", kClass});
     EXPECT_EQ(Run({"logon-policy", "nobody"}).exitCode, 5);
+    EXPECT_EQ(Run({"is-admin", "nobody"}).exitCode, 5) << "not no, but unknown";
 }
 
 TEST_F(CliDecisions, RootAsksAsOthersAndInOtherSessions) {
@@ -48,6 +49,7 @@ TEST_F(CliDecisions, RootAsksAsOthersAndInOtherSessions) {
     EXPECT_EQ(Done({"get", "RuntimePolicy"}), "1\n");
     EXPECT_EQ(Done({"--as", "nobody", "get", "RuntimePolicy"}), "16\n");
     EXPECT_EQ(Json({"--as", "nobody", "session-policy"})["list"].dump(), R"(["0000000000000010"])");
+    EXPECT_EQ(Done({"--as", "nobody", "list"}), "RuntimePolicy\t16\tdword\tmanaged\n");
     const json level = Json({"explain", "RuntimePolicy", "--as", "nobody"})["levels"][0];
     EXPECT_EQ(level["kind"], "user");
     EXPECT_EQ(level["state"], "won");

@@ -50,23 +50,6 @@ CLevel EmptyLevel(const wstr& name, const CSourceEntry& entry) {
     return level;
 }
 
-// The caller's own policy.
-void AddUser(std::vector<CLevel>& levels, const wstr& name, const CStoreView& view) {
-    const wstr sid = CallerSid();
-    CLevel level{"user", LevelState::kNoSource, {}, CItem(name), "no caller is known"};
-    if (!sid.empty()) {
-        level.place.path = "HKEY_USERS\\" + ToUtf8(sid) + "\\" + ToUtf8(kGroupPolicyKey);
-        level.why = sid == LocalSystemSid().Text() ? "the system itself has no policy of its own" : "";
-        level.state = level.why.empty() ? LevelState::kAbsent : LevelState::kNoSource;
-        OV_SERVER_INFO_EX record = {name.c_str(), OV_QUERY, {}};
-        if (view.Object().AnswerForUser(record)) {
-            level.state = LevelState::kWon;
-            level.held.Take(record);
-        }
-    }
-    levels.push_back(std::move(level));
-}
-
 void AddSource(std::vector<CLevel>& levels, const wstr& name, const CSourceEntry& entry) {
     const std::size_t before = levels.size();
     const bool answered = WinnerOf(levels) != nullptr;
@@ -155,9 +138,25 @@ Tone ToneOf(LevelState state) noexcept {
     return Tone::Faint;
 }
 
+CLevel UserLevelOf(const wstr& name, const CStoreView& view) {
+    const wstr sid = CallerSid();
+    CLevel level{"user", LevelState::kNoSource, {}, CItem(name), "no caller is known"};
+    if (!sid.empty()) {
+        level.place.path = "HKEY_USERS\\" + ToUtf8(sid) + "\\" + ToUtf8(kGroupPolicyKey);
+        level.why = sid == LocalSystemSid().Text() ? "the system itself has no policy of its own" : "";
+        level.state = level.why.empty() ? LevelState::kAbsent : LevelState::kNoSource;
+        OV_SERVER_INFO_EX record = {name.c_str(), OV_QUERY, {}};
+        if (view.Object().AnswerForUser(record)) {
+            level.state = LevelState::kWon;
+            level.held.Take(record);
+        }
+    }
+    return level;
+}
+
 std::vector<CLevel> LevelsOf(const wstr& name, const CSourceLedger& ledger, const CStoreView& view) {
     std::vector<CLevel> levels;
-    if (IsUserScopedName(name.c_str())) AddUser(levels, name, view);
+    if (IsUserScopedName(name.c_str())) levels.push_back(UserLevelOf(name, view));
     for (const CSourceEntry& entry : ledger.Sources()) AddSource(levels, name, entry);
     AddLocal(levels, name, WinnerOf(levels) != nullptr);
     return levels;

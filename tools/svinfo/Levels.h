@@ -31,6 +31,9 @@ struct CLevel {
 // `name` as the component asks for it: reduced. Throws CCommandFailure when the registry fails.
 std::vector<CLevel> LevelsOf(const wstr& name, const CSourceLedger& ledger, const CStoreView& view);
 
+// The caller's own policy, for a name that users have.
+CLevel UserLevelOf(const wstr& name, const CStoreView& view);
+
 // Those of the local keys alone; `answered` when a stronger level has the item.
 std::vector<CLevel> LocalLevelsOf(const wstr& name, bool answered);
 

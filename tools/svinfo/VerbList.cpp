@@ -41,10 +41,16 @@ CHoldings Collect(const wstr& prefix, bool all) {
     CHoldings holdings;
     CSourceLedger ledger;
     const CStoreView view(&ledger);
+    for (const AuthPolicyName& policy : kAuthPolicyNames) {
+        const wstr name = policy.name;
+        if (!policy.userScoped || !HasPrefix(name, prefix)) continue;
+        CLevel level = UserLevelOf(name, view);
+        if (level.state == LevelState::kWon) holdings[name].push_back({level.kind, level.place, std::move(level.held)});
+    }
     for (const CSourceEntry& entry : ledger.Sources()) {
         for (const CDelivery& delivery : entry.deliveries) {
             const wstr& name = delivery.item.name;
-            if ((!delivery.kept && !all) || !HasPrefix(name, prefix)) continue;
+            if (!HasPrefix(name, prefix) || (!all && (!delivery.kept || holdings.contains(name)))) continue;
             Add(holdings, name, entry.source->kind, delivery.place, delivery.item.value, S_OK);
         }
     }

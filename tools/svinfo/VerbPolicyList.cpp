@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "authpolicy/DecisionObserver.h"
+#include "authpolicy/UserService.h"
 #include "module/Failure.h"
 #include "svinfo/Caller.h"
 #include "svinfo/Items.h"
@@ -23,9 +24,12 @@ struct CListOptions {
 class CRoad final : public CDecisionObserver {
   public:
     void Step(DecisionStep step, LPCWSTR name, HRESULT result, ULONGLONG number) override {
+        if (step == DecisionStep::kAdministrator) m_decision = result;
         m_lines.push_back(TextOf(step, name ? name : W(""), result, number));
     }
     const std::vector<std::string>& Lines() const noexcept { return m_lines; }
+    // Whether it could be found out who is an administrator.
+    HRESULT Decision() const noexcept { return m_decision; }
 
   private:
     static std::string Found(HRESULT result) {
@@ -56,6 +60,10 @@ class CRoad final : public CDecisionObserver {
                 return "account " + Quoted(name) +
                        " of a domain: " + (yes ? "among the administrators" : "not among the administrators");
             case DecisionStep::kAdministrator:
+                if (name.empty() && SUCCEEDED(result)) {
+                    return std::string("administrator: ") + (yes ? "yes" : "no") + ", S-1-5-32-544 is " +
+                           (yes ? "" : "not ") + "among the caller's groups";
+                }
                 return std::string("administrator: ") + (yes ? "yes" : "no") +
                        (FAILED(result) ? ", for it could not be found out: " + ResultText(result) : "");
             case DecisionStep::kSpareKey:
@@ -69,6 +77,7 @@ class CRoad final : public CDecisionObserver {
         return {};
     }
     std::vector<std::string> m_lines;
+    HRESULT m_decision = S_OK;
 };
 
 const char* MaskName(ULONGLONG mask) noexcept {
@@ -180,6 +189,12 @@ ExitCode IsAdmin(const CListOptions& options, COutput& output) {
     } else {
         TellRoad(decider.Road(), options, output);
         output.Line(isAdmin ? "yes" : "no");
+    }
+    if (const HRESULT hr = decider.Road().Decision(); FAILED(hr)) {
+        output.Problem("svinfo: who is an administrator could not be found out: " + ResultText(hr));
+        const bool unknown = hr == kNoSuchUser || hr == HRESULT_FROM_WIN32(ERROR_NONE_MAPPED) ||
+                             hr == HRESULT_FROM_WIN32(ERROR_INVALID_SID);
+        return unknown ? ExitCode::No : ExitCode::Failed;
     }
     return isAdmin ? ExitCode::Ok : ExitCode::No;
 }
