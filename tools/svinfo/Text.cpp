@@ -236,3 +236,7 @@ std::string FilePosition(const std::string& file, std::size_t line, std::size_t 
 std::string MachineKeyText(wstr_view key) {
     return "HKEY_LOCAL_MACHINE\\" + ToUtf8(key);
 }
+
+std::string CountText(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}

@@ -39,6 +39,9 @@ int HexDigit(WCHAR unit) noexcept;
 // Bytes as two hexadecimal digits each, lower case.
 std::string HexText(const BYTE* data, std::size_t size);
 
+// "1 key", "2 keys"
+std::string CountText(std::size_t count, const char* one, const char* many);
+
 // "HKEY_LOCAL_MACHINE\\KEY"
 std::string MachineKeyText(wstr_view key);
 

@@ -117,9 +117,10 @@ ExitCode Check(const std::vector<std::string>& paths, COutput& output) {
         AddRows(table, checked);
         output.Table(table);
         TellFindings(entry, output);
-        output.Note(EscapeControls(entry.path) + ": " + checked.kind + ", " + std::to_string(entry.KeptCount()) +
-                    " items, " + std::to_string(entry.deliveries.size() - entry.KeptCount()) + " repeated, " +
-                    std::to_string(entry.findings.size()) + " findings");
+        output.Note(EscapeControls(entry.path) + ": " + checked.kind + ", " +
+                    CountText(entry.KeptCount(), "item", "items") + ", " +
+                    std::to_string(entry.deliveries.size() - entry.KeptCount()) + " repeated, " +
+                    CountText(entry.findings.size(), "finding", "findings"));
     }
     return sound ? ExitCode::Ok : ExitCode::No;
 }

@@ -18,10 +18,6 @@ struct CCounts {
     std::size_t valuesDeleted = 0;
 };
 
-std::string Count(std::size_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 CRegFile ReadFile(const std::string& path) {
     const std::string bytes = ReadWholeFile(path);
     try {
@@ -100,10 +96,11 @@ void Report(COutput& output, const std::string& path, const CRegFile& file, cons
         output.Json(answer);
         return;
     }
-    output.Note(EscapeControls(path) + ": " + Count(counts.keys, "key", "keys") + ", " +
-                Count(counts.valuesSet, "value set", "values set") + ", " + Count(counts.keysDeleted, "key", "keys") +
-                " and " + Count(counts.valuesDeleted, "value", "values") + " deleted, " +
-                Count(file.skipped.size(), "line skipped", "lines skipped"));
+    output.Note(EscapeControls(path) + ": " + CountText(counts.keys, "key", "keys") + ", " +
+                CountText(counts.valuesSet, "value set", "values set") + ", " +
+                CountText(counts.keysDeleted, "key", "keys") + " and " +
+                CountText(counts.valuesDeleted, "value", "values") + " deleted, " +
+                CountText(file.skipped.size(), "line skipped", "lines skipped"));
 }
 
 ExitCode Import(const std::string& path, COutput& output) {

@@ -36,7 +36,7 @@ ExitCode Reload(COutput& output) {
         output.Json(answer);
     } else {
         for (const CSourceEntry& entry : ledger.Sources()) TellFindings(entry, output);
-        output.Note("reloaded: " + std::to_string(items) + " managed items" +
+        output.Note("reloaded: " + CountText(items, "managed item", "managed items") +
                     (error ? "; other processes could not be told: " + ResultText(HRESULT_FROM_WIN32(error))
                            : "; every process that listens is told"));
     }
@@ -87,8 +87,8 @@ void Tell(const CCopied& copied, COutput& output) {
     for (const wstr& name : copied.hidden) {
         output.Problem("svinfo: " + EscapeControls(ToUtf8(name)) + ": written, but a managed value hides it");
     }
-    output.Note("copied into HKEY_LOCAL_MACHINE\\" + ToUtf8(kLocalPolicyKey) + ": " + std::to_string(copied.written) +
-                " items");
+    output.Note("copied into HKEY_LOCAL_MACHINE\\" + ToUtf8(kLocalPolicyKey) + ": " +
+                CountText(copied.written, "item", "items"));
 }
 
 // The component says nothing of single writes; whoever may not write at all learns it before.
