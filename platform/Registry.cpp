@@ -112,9 +112,8 @@ LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result) {
         const std::string user = EffectiveUserSid();
         const CKeyUse use(CHives::Get().User(user), kAllAccess);
         // A process always has a hive of its own, though it may be empty; others have one when it exists.
-        if (user != ProcessUserSid()) {
-            if (const DWORD error = use.HasHive()) return error;
-        }
+        const DWORD missing = use.HasHive();
+        if (missing && user != ProcessUserSid()) return missing;
         return Open(use, nullptr, access, *result);
     });
 }

@@ -71,15 +71,19 @@ CStringSid::CStringSid(LPCWSTR text) {
     LocalFree(sid);
 }
 
-CSid LocalSystemSid() noexcept {
-    return CSid{18};
+const CSid& LocalSystemSid() noexcept {
+    static const CSid sid{18};
+    return sid;
 }
-CSid AdministratorsSid() noexcept {
-    return CSid{32, 544};
+const CSid& AdministratorsSid() noexcept {
+    static const CSid sid{32, 544};
+    return sid;
 }
-CSid UsersSid() noexcept {
-    return CSid{32, 545};
+const CSid& UsersSid() noexcept {
+    static const CSid sid{32, 545};
+    return sid;
 }
-CSid EveryoneSid() noexcept {
-    return CSid({0}, 1);
+const CSid& EveryoneSid() noexcept {
+    static const CSid sid({0}, 1);
+    return sid;
 }

@@ -42,7 +42,7 @@ class CStringSid : public CSid {
 };
 
 // Well-known ones.
-CSid LocalSystemSid() noexcept;     // S-1-5-18
-CSid AdministratorsSid() noexcept;  // S-1-5-32-544
-CSid UsersSid() noexcept;           // S-1-5-32-545
-CSid EveryoneSid() noexcept;        // S-1-1-0
+const CSid& LocalSystemSid() noexcept;     // S-1-5-18
+const CSid& AdministratorsSid() noexcept;  // S-1-5-32-544
+const CSid& UsersSid() noexcept;           // S-1-5-32-545
+const CSid& EveryoneSid() noexcept;        // S-1-1-0

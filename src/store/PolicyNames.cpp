@@ -110,10 +110,15 @@ std::uint64_t Mix(std::uint64_t a, std::uint64_t b) noexcept {
 // Folding works unit by unit, so that names of different lengths never are one name: nearly every test ends there.
 const AuthPolicyName* FindAuthPolicy(LPCWSTR name) noexcept {
     if (!name) return nullptr;
+    static constexpr auto kLengths = [] {
+        std::array<std::size_t, kAuthPolicyNames.size()> lengths = {};
+        for (std::size_t i = 0; i < lengths.size(); ++i) lengths[i] = wstr_view(kAuthPolicyNames[i].name).size();
+        return lengths;
+    }();
     const wstr_view text(name);
-    for (const AuthPolicyName& policy : kAuthPolicyNames) {
-        const wstr_view known(policy.name);
-        if (known.size() == text.size() && CompareNames(text, known) == 0) return &policy;
+    for (std::size_t i = 0; i < kLengths.size(); ++i) {
+        const AuthPolicyName& policy = kAuthPolicyNames[i];
+        if (kLengths[i] == text.size() && CompareNames(text, {policy.name, text.size()}) == 0) return &policy;
     }
     return nullptr;
 }
