@@ -52,6 +52,12 @@ void HandOut(const CPolicyList& entries, DWORD* count, ULONGLONG** list) {
     *list = block;
 }
 
+void HandOutValue(const OV_SERVER_VALUE& value, DWORD* count, ULONGLONG** list) {
+    CPolicyList entries;
+    ExpandPolicyValue(value, entries);
+    HandOut(entries, count, list);
+}
+
 bool ClearList(DWORD* count, ULONGLONG** list) noexcept {
     if (count) *count = 0;
     if (list) *list = nullptr;

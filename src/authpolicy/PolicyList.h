@@ -18,6 +18,9 @@ void ExpandPolicyValue(const OV_SERVER_VALUE& value, CPolicyList& entries);
 // As a block that is the client's. An empty list is a null pointer. Raises 0x8007000E, the count being written then.
 void HandOut(const CPolicyList& entries, DWORD* count, ULONGLONG** list);
 
+// The list that a policy value stands for, in the same way.
+void HandOutValue(const OV_SERVER_VALUE& value, DWORD* count, ULONGLONG** list);
+
 // The item of administrators or of all others, and a word on it in the trace.
 LPCWSTR ItemByRole(bool isAdmin, LPCWSTR forAdmins, LPCWSTR forOthers, OVTraceNS::CTraceScope& scope) noexcept;
 

@@ -42,9 +42,7 @@ STDMETHODIMP CServerInfo::GetSessionPolicyList(DWORD* count, ULONGLONG** list) {
         CLockGuard lock(m_lock);
         OV_SERVER_VALUE value = {};
         RaiseIfFailed(GetSessionPolicy(&value));
-        CPolicyList entries;
-        ExpandPolicyValue(value, entries);
-        HandOut(entries, count, list);
+        HandOutValue(value, count, list);
         return S_OK;
     });
 }
@@ -57,9 +55,7 @@ STDMETHODIMP CServerInfo::GetUserSessionPolicyList(LPCWSTR userName, DWORD nameF
         CLockGuard lock(m_lock);
         OV_SERVER_VALUE value = {};
         RaiseIfFailed(GetUserSessionPolicy(userName, nameFormat, &value));
-        CPolicyList entries;
-        ExpandPolicyValue(value, entries);
-        HandOut(entries, count, list);
+        HandOutValue(value, count, list);
         return S_OK;
     });
 }

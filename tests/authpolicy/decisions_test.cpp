@@ -221,7 +221,8 @@ TEST_F(Decisions, SessionListsOfNamedUsers) {
     }
 }
 
-// Whom a call is made for: nobody, who refuses, the system, an administrator, users with and without a policy.
+// Whom a call is made for: nobody, who refuses, the system, an administrator, users with and without a policy. Each in
+// a kiosk and outside of one, with every form of the common item.
 TEST_F(Decisions, SessionListsOfCallers) {
     if (std::string(kOvHomeName) != "layer") GTEST_SKIP() << "a host declares its callers on the layer alone";
     constexpr LPCWSTR kOwn = W("S-1-22-1-51001"), kPlain = W("S-1-22-1-51002");
@@ -229,42 +230,57 @@ TEST_F(Decisions, SessionListsOfCallers) {
     ASSERT_EQ(RegCreateKeyExW(HKEY_USERS, (wstr(kOwn) + W("\\SOFTWARE\\Policies\\Orvantis")).c_str(), 0, nullptr, 0,
                               KEY_ALL_ACCESS, nullptr, &hive, nullptr),
               ERROR_SUCCESS);
-    const DWORD own = 0x20;
-    RegSetValueExW(hive, W("RuntimePolicy"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&own), sizeof own);
+    for (DWORD own = 0x20; const LPCWSTR name : {W("RuntimePolicy"), W("KioskRuntimePolicy")}) {
+        RegSetValueExW(hive, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&own), sizeof own);
+        own <<= 1;
+    }
     RegCloseKey(hive);
+    constexpr const char* kAdmins = "0x00000000 2";
+    constexpr const char* kOthers = "0x00000000 4";
     struct {
         const char* name;
         std::vector<LPCWSTR> sids;
         bool declared;
-        const char* withCommon;     // RuntimePolicy is there for all
-        const char* withoutCommon;  // the items of administrators and users alone
+        const char* byRole;  // what is left when nobody's common item can be read
+        bool own;
     } const kCallers[] = {
-        {"nobody", {}, false, "0x00000000 10", "0x800703F0"},
-        {"refuses", {}, true, "0x00000000 10", "0x00000000 4"},
-        {"system", {W("S-1-5-18"), W("S-1-22-2-0"), W("S-1-5-32-544")}, true, "0x00000000 10", "0x00000000 2"},
-        {"administrator", {kPlain, W("S-1-22-2-100"), W("S-1-5-32-544")}, true, "0x00000000 10", "0x00000000 2"},
-        {"user", {kPlain, W("S-1-22-2-100")}, true, "0x00000000 10", "0x00000000 4"},
-        {"user with a policy", {kOwn, W("S-1-22-2-100")}, true, "0x00000000 20", "0x00000000 20"},
+        {"nobody", {}, false, "0x800703F0", false},
+        {"refuses", {}, true, kOthers, false},
+        {"system", {W("S-1-5-18"), W("S-1-22-2-0"), W("S-1-5-32-544")}, true, kAdmins, false},
+        {"administrator", {kPlain, W("S-1-22-2-100"), W("S-1-5-32-544")}, true, kAdmins, false},
+        {"user", {kPlain, W("S-1-22-2-100")}, true, kOthers, false},
+        {"user with a policy", {kOwn, W("S-1-22-2-100")}, true, kOthers, true},
     };
     PutDword(kLocalPolicyKey, W("RuntimePolicyAdmin"), 0x2);
     PutDword(kLocalPolicyKey, W("RuntimePolicyUser"), 0x4);
-    for (const bool common : {true, false}) {
-        if (common) PutDword(kLocalPolicyKey, W("RuntimePolicy"), 0x10);
-        if (!common) Forget(W("RuntimePolicy"));
-        for (const auto& caller : kCallers) {
-            SCOPED_TRACE(std::string(caller.name) + (common ? ", common" : ""));
-            if (caller.declared) {
-                ASSERT_EQ(OvBeginCallOfSids(caller.sids.data(), static_cast<DWORD>(caller.sids.size()), 3), 0u);
+    for (const bool kiosk : {false, true}) {
+        ForgetKioskProduct();
+        if (kiosk) PutDword(W("SOFTWARE\\Orvantis\\Kiosk\\Logon"), W("KioskLogon"), 1);
+        const LPCWSTR item = kiosk ? W("KioskRuntimePolicy") : W("RuntimePolicy");
+        for (const Form& common : kForms) {
+            common.put(item);
+            for (const auto& caller : kCallers) {
+                SCOPED_TRACE(std::string(caller.name) + ", " + common.name + (kiosk ? ", kiosk" : ""));
+                if (caller.declared) {
+                    ASSERT_EQ(OvBeginCallOfSids(caller.sids.data(), static_cast<DWORD>(caller.sids.size()), 3), 0u);
+                }
+                const std::string expected = caller.own               ? Text(S_OK, {kiosk ? 0x40u : 0x20u})
+                                             : FAILED(common.failure) ? "0x8000FFFF"
+                                             : common.masks           ? Text(S_OK, *common.masks)
+                                                                      : caller.byRole;
+                EXPECT_EQ(
+                    Told([&](DWORD* count, ULONGLONG** list) { return m_object->GetSessionPolicyList(count, list); }),
+                    expected);
+                OV_SERVER_INFO_EX record = {item, OV_QUERY, {}};
+                EXPECT_EQ(m_object->GetInfo(1, &record), S_OK);
+                EXPECT_EQ(record.hr == S_OK, caller.own) << "and a query finds the same user's policy";
+                if (SUCCEEDED(record.hr)) OvFreeServerValue(record.value);
+                HANDLE token = nullptr;
+                EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token))
+                    << "never left impersonating";
+                if (caller.declared) OvEndCall();
             }
-            EXPECT_EQ(Told([&](DWORD* count, ULONGLONG** list) { return m_object->GetSessionPolicyList(count, list); }),
-                      common ? caller.withCommon : caller.withoutCommon);
-            OV_SERVER_INFO_EX record = {W("RuntimePolicy"), OV_QUERY, {}};
-            EXPECT_EQ(m_object->GetInfo(1, &record), S_OK);
-            const bool hasOwn = std::string(caller.name) == "user with a policy";
-            EXPECT_EQ(record.hr, hasOwn ? S_OK : common ? S_FALSE : HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
-            HANDLE token = nullptr;
-            EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) << "never left impersonating";
-            if (caller.declared) OvEndCall();
+            Forget(item);
         }
     }
 }
