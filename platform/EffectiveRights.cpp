@@ -3,6 +3,7 @@
 
 #include "AccountName.h"
 #include "Acl.h"
+#include "EffectiveRights.h"
 #include "Identity.h"
 #include "RegistryCall.h"
 #include "aclapi.h"
@@ -40,8 +41,8 @@ DWORD WhoIs(const TRUSTEE_W& trustee, CIdentityRef& who) {
     return ERROR_SUCCESS;
 }
 
-// In the order of the list: what one entry denies, no later one allows, and the other way round. Entries of other kinds
-// neither allow nor deny.
+}  // namespace
+
 DWORD RightsIn(const CAclReader& list, const CIdentity& who) noexcept {
     DWORD allowed = 0;
     DWORD denied = 0;
@@ -62,8 +63,6 @@ DWORD RightsIn(const CAclReader& list, const CIdentity& who) noexcept {
     }
     return allowed;
 }
-
-}  // namespace
 
 void WINAPI BuildTrusteeWithNameW(TRUSTEE_W* trustee, LPWSTR name) {
     *trustee = {nullptr, NO_MULTIPLE_TRUSTEE, TRUSTEE_IS_NAME, TRUSTEE_IS_UNKNOWN, name};

@@ -15,6 +15,7 @@
 #include <oleauto.h>
 #include <sddl.h>
 #include <shlwapi.h>
+#include <wincrypt.h>
 #include <winternl.h>
 
 #include "Home.h"

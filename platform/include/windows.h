@@ -4,6 +4,7 @@
 #include "win/types.h"
 
 #include "win/account.h"
+#include "win/file.h"
 #include "win/module.h"
 #include "win/registry.h"
 #include "win/security.h"

@@ -17,6 +17,7 @@
 #include <sddl.h>
 #include <shlwapi.h>
 #include <unknwn.h>
+#include <wincrypt.h>
 #include <winternl.h>
 
 #include "Home.h"

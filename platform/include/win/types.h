@@ -131,8 +131,13 @@ struct SYSTEMTIME {
     WORD wMilliseconds;
 };
 
-// The layer takes only null here: what a new object's security is, its own rules say.
-struct SECURITY_ATTRIBUTES;
+// Of files alone (win/file.h). Every other call takes only null here: what a new object's security is, its own rules
+// say.
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
 using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 
 // Results. The casts keep them signed, as the platform has them.

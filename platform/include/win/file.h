@@ -1,0 +1,66 @@
+// Files.
+//
+// Paths    either separator; the rest is a path of this system.
+// Errors   by the last error.
+// Locks    a file is opened for one handle alone: while one is open, whoever else opens it, here or in another process,
+//          gets ERROR_SHARING_VIOLATION (32). Who goes round this layer is not kept out.
+#pragma once
+
+#include "win/types.h"
+
+#define GENERIC_READ 0x80000000u
+#define GENERIC_WRITE 0x40000000u
+#define FILE_ALL_ACCESS 0x1F01FFu
+
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define TRUNCATE_EXISTING 5
+
+#define FILE_ATTRIBUTE_READONLY 0x01u
+#define FILE_ATTRIBUTE_HIDDEN 0x02u
+#define FILE_ATTRIBUTE_DIRECTORY 0x10u
+#define FILE_ATTRIBUTE_NORMAL 0x80u
+#define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
+
+#define ERROR_WRITE_PROTECT 19
+#define ERROR_FILE_EXISTS 80
+#define ERROR_NEGATIVE_SEEK 131
+#define ERROR_FILENAME_EXCED_RANGE 206
+#define ERROR_IO_DEVICE 1117
+#define ERROR_INVALID_OWNER 1307
+
+// INVALID_HANDLE_VALUE on a failure. Served: GENERIC_READ with or without GENERIC_WRITE, no sharing, the three
+// dispositions above (the two that cut a file want GENERIC_WRITE), the attributes hidden and normal, no template. A
+// file that is cut keeps its attributes and its owner; CREATE_ALWAYS over a hidden file that does not ask for a hidden
+// one gives 5, over any other success with the last error ERROR_ALREADY_EXISTS (183). What is no plain file gives 5, as
+// does a symbolic link that a stranger put there.
+//
+// Of the security of a new file this system keeps an owner and a mode: the owner, who must be the user of this process
+// or nobody named (else 1307), reads and writes if the access list lets that user; all others if it lets Everyone.
+// Without a list the file is its owner's to write and everybody's to read.
+//
+// That a file is hidden is kept in an extended attribute, where the file system has them.
+OVLAYER_API HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                      DWORD disposition, DWORD attributes, HANDLE templateFile);
+
+// 0xFFFFFFFF on a failure, which is also the low word of some sizes; `high` may be null.
+#define INVALID_FILE_SIZE 0xFFFFFFFFu
+OVLAYER_API DWORD WINAPI GetFileSize(HANDLE file, DWORD* high);
+
+// From the beginning (FILE_BEGIN) only.
+#define FILE_BEGIN 0
+#define INVALID_SET_FILE_POINTER 0xFFFFFFFFu
+OVLAYER_API DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, LONG* high, DWORD from);
+
+// At the end of the file success with fewer bytes. No overlapped calls: the last argument is null.
+struct OVERLAPPED;
+OVLAYER_API BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped);
+// 112 for a full disk; what went in before stays.
+OVLAYER_API BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, DWORD* written, OVERLAPPED* overlapped);
+// To the disk.
+OVLAYER_API BOOL WINAPI FlushFileBuffers(HANDLE file);
+
+// 32 while a handle is open on it, 2 when it is missing, 5 for a folder and for a file that cannot be written.
+OVLAYER_API BOOL WINAPI DeleteFileW(LPCWSTR path);
+
+OVLAYER_API DWORD WINAPI GetFileAttributesW(LPCWSTR path);
