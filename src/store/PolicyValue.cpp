@@ -175,7 +175,7 @@ void CPolicyValue::Assign(const OV_SERVER_VALUE& source) {
             for (DWORD i = 0; i < count; ++i) {
                 CPolicyValue element;
                 element.Assign(source.items[i]);
-                built.Append(element);
+                built.Append(std::move(element));
             }
             break;
         }
@@ -235,9 +235,8 @@ void CPolicyValue::SetBlob(const void* bytes, std::size_t size) {
     m_value.items = static_cast<OV_SERVER_VALUE*>(copy);
 }
 
-bool CPolicyValue::Append(const CPolicyValue& element) {
+bool CPolicyValue::Append(CPolicyValue element) {
     if (m_value.type != OV_TYPE_NONE && m_value.type != OV_TYPE_ARRAY) return false;
-    CPolicyValue copy(element);
     const DWORD count = m_value.type == OV_TYPE_ARRAY ? static_cast<DWORD>(m_value.data) : 0;
     OV_SERVER_VALUE* items = m_value.items;
     if (count == CapacityFor(count)) {
@@ -247,7 +246,7 @@ bool CPolicyValue::Append(const CPolicyValue& element) {
     }
     m_value.type = OV_TYPE_ARRAY;
     m_value.items = items;
-    items[count] = std::exchange(copy.m_value, {});
+    items[count] = std::exchange(element.m_value, {});
     m_value.data = count + 1;
     return true;
 }

@@ -42,9 +42,9 @@ class CPolicyValue {
     void SetGuid(const GUID& id) noexcept;
     void SetBlob(const void* bytes, std::size_t size);
 
-    // Adds a deep copy to an array, and turns a value of type 0 into an array first. False, and nothing done, for every
+    // Adds an element to an array, and turns a value of type 0 into an array first. False, and nothing done, for every
     // other type.
-    bool Append(const CPolicyValue& element);
+    bool Append(CPolicyValue element);
 
   private:
     OV_SERVER_VALUE m_value = {};

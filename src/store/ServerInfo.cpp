@@ -19,6 +19,7 @@ HRESULT CServerInfo::FinalConstruct() {
         CreateDefaultSecurityDescriptor();
         m_adminAcl.InitializeFromThreadToken(false, true);
         RaiseIfFailed(m_adminAcl.AddAllowedAce(AdministratorsSid(), kReadItems));
+        Load();  // an object without a past begins with an empty store
         return S_OK;
     });
 }
@@ -26,5 +27,7 @@ HRESULT CServerInfo::FinalConstruct() {
 void CServerInfo::FinalRelease() noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::FinalRelease", 0);
     if (m_subscribed) Unsubscribe();
+    CLockGuard lock(m_lock);
+    if (!m_leavesCache) Save();
     m_machineItems.Clear();
 }

@@ -79,6 +79,8 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // For the tools of this tree, which tell what no interface does. All take m_lock.
     CLoadReport LastLoad() noexcept;
     CPolicyMap ManagedItems();  // a copy
+    // The object's end leaves the cache file as it is.
+    void LeaveCache() noexcept { m_leavesCache = true; }
     // From now on `observer` looks on at every load; null for none. It outlives the object or is taken away.
     void Observe(CLoadObserver* observer) noexcept;
     // And at every decision.
@@ -105,6 +107,11 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // Writes the items of `map` below `path`, each at the place that its name gives: sources/PolicySave.cpp. What
     // becomes of single items stands in the trace.
     HRESULT SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path) noexcept;
+
+    // The cache file: cache/ServerCache.cpp. What fails stands in the trace too.
+    HRESULT Load() noexcept;  // replaces the store; a failure leaves it as it was
+    HRESULT Save() noexcept;  // 1 for an empty store, which takes the file away
+    HRESULT Create(LPCWSTR fileName, HANDLE* file) noexcept;
 
     // Policy refresh: notify/Refresh.cpp. Subscribe is nonzero when the subscription stands.
     BOOL Subscribe();
@@ -147,6 +154,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool m_initialized = false;                       // Initialize has done its work
     bool m_subscribed = false;                        // the Group Policy subscription exists
     bool m_terminating = false;                       // no new subscribers
+    bool m_leavesCache = false;
     bool m_endPutOff = false;  // the refresh on this thread ends the object; of that thread alone
 
     CSecurityDescriptor m_adminAcl;  // asked which rights an account has on it; made once

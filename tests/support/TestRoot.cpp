@@ -19,10 +19,13 @@ CTestRoot::CTestRoot() {
         fs::temp_directory_path() / ("ovtest-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(next++));
     Remove();  // a run that was killed may have left one of the same number
     fs::create_directories(m_path);
+    m_before = fs::current_path();
+    fs::current_path(m_path);
     EXPECT_EQ(OvSetRoot(Utf8(m_path).c_str()), static_cast<DWORD>(ERROR_SUCCESS));
 }
 
 CTestRoot::~CTestRoot() {
+    fs::current_path(m_before);
     Remove();
 }
 

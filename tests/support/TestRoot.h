@@ -8,7 +8,8 @@
 
 #include "Platform.h"
 
-// Makes an empty root, points the process at it, and removes it at the end.
+// Makes an empty root, points the process at it, and removes it at the end. The process is in the root's folder for so
+// long: what components leave in the folder they are in goes with it.
 class CTestRoot {
   public:
     CTestRoot();
@@ -21,6 +22,7 @@ class CTestRoot {
   private:
     void Remove() const;
 
+    std::filesystem::path m_before;
     std::filesystem::path m_path;
 };
 

@@ -9,6 +9,7 @@ CStoreView::CStoreView(CLoadObserver* observer) {
         auto* interface2 = static_cast<IOVServerInfo2*>(made);
         m_interface.reset(interface2);
         m_object = static_cast<CServerInfo*>(interface2);
+        m_object->LeaveCache();
         m_object->Observe(observer);
         hr = interface2->GetInfo(0, nullptr);
         // Complete now, and no later load of this object's touches what the observer holds.

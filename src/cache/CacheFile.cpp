@@ -1,0 +1,121 @@
+#include "cache/CacheFile.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "cache/CryptBlobs.h"
+#include "cache/ValueEncoding.h"
+#include "module/Failure.h"
+#include "security/CoreKey.h"
+
+namespace {
+
+constexpr LPCWSTR kFileName = W("svinfo.cch");
+
+// The two handles that a digest takes.
+class CMd5 {
+  public:
+    CMd5() {
+        Must(CryptAcquireContextW(&m_provider, nullptr, MS_DEF_PROV_W, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
+        if (!CryptCreateHash(m_provider, CALG_MD5, 0, 0, &m_hash)) {
+            const DWORD error = GetLastError();
+            CryptReleaseContext(m_provider, 0);
+            throw _com_error(HRESULT_FROM_WIN32(error));
+        }
+    }
+    ~CMd5() {
+        CryptDestroyHash(m_hash);
+        CryptReleaseContext(m_provider, 0);
+    }
+    CMd5(const CMd5&) = delete;
+    CMd5& operator=(const CMd5&) = delete;
+
+    void Add(CDerBytes bytes) { Must(CryptHashData(m_hash, bytes.data(), static_cast<DWORD>(bytes.size()), 0)); }
+    CCacheDigest Finish() {
+        CCacheDigest digest = {};
+        DWORD size = sizeof digest;
+        Must(CryptGetHashParam(m_hash, HP_HASHVAL, digest.data(), &size, 0));
+        if (size != sizeof digest) throw _com_error(NTE_BAD_SIGNATURE);
+        return digest;
+    }
+
+  private:
+    static void Must(BOOL done) {
+        if (!done) throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
+    }
+
+    HCRYPTPROV m_provider = 0;
+    HCRYPTHASH m_hash = 0;
+};
+
+}  // namespace
+
+wstr CacheFileName() {
+    const CRegistryKey key = OpenCoreKey(KEY_READ);
+    WCHAR folder[MAX_PATH] = {};
+    DWORD length = MAX_PATH;
+    if (key.QueryString(W("BinDir"), folder, length) != ERROR_SUCCESS) return kFileName;
+    wstr path(folder);
+    if (!path.ends_with(WCHAR{'\\'})) path += WCHAR{'\\'};
+    return path += kFileName;
+}
+
+CCacheDigest CacheDigestOf(CDerBytes body) {
+    CMd5 md5;
+    md5.Add(body);
+    return md5.Finish();
+}
+
+CCacheFileParts PartsOfCacheFile(CDerBytes file) noexcept {
+    CCacheFileParts parts;
+    parts.body = file.first(file.size() - sizeof parts.stored);
+    std::memcpy(parts.stored.data(), file.data() + parts.body.size(), sizeof parts.stored);
+    return parts;
+}
+
+bool CCacheReader::Next(CPolicyItem& item) {
+    if (m_elements.Left() == 0) return false;
+    CDerBytes encoded;
+    m_elements.ReadBlob(encoded);
+    DecodeItem(encoded, item);
+    return true;
+}
+
+bool IsCachedItem(const CPolicyItem& item, OVTraceNS::CTraceScope& scope) noexcept {
+    const LPCWSTR name = item.name.c_str();
+    switch (item.value.Type()) {
+        case OV_TYPE_STRING:
+            scope.Print("%ls = '%ls'", name, item.value.Text());
+            return true;
+        case OV_TYPE_DWORD:
+            scope.Print("%ls = '%ld'", name, item.value.Dword());
+            return true;
+        case OV_TYPE_QWORD:
+            scope.Print("%ls = '0x%016I64X'", name, item.value.Number());
+            return true;
+        case OV_TYPE_ARRAY:
+            scope.Print("%ls (array)", name);
+            return true;
+        default:
+            scope.Print("Wrong Type for %ls", name);
+            return false;
+    }
+}
+
+void EncodeCacheBody(const CPolicyMap& items, CCryptBlob& body, OVTraceNS::CTraceScope& scope) {
+    std::vector<const CPolicyItem*> cached;
+    cached.reserve(items.Size());
+    for (std::size_t rank = 0; rank < items.Size(); ++rank) {
+        const CPolicyItem& item = items.At(rank);
+        if (IsCachedItem(item, scope)) cached.push_back(&item);
+    }
+    scope.Print("Count is %d", static_cast<DWORD>(cached.size()));
+    EncodeInto(body, [&](CDerWriter& writer) {
+        for (std::size_t i = cached.size(); i-- > 0;) {
+            const std::size_t end = writer.Size();
+            WriteItem(writer, *cached[i]);
+            writer.Close(DerTag::kOctetString, end);
+        }
+        writer.Close(DerTag::kSequence, 0);
+    });
+}

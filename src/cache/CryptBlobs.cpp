@@ -1,0 +1,220 @@
+#include "cache/CryptBlobs.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+
+#include "module/Failure.h"
+
+namespace {
+
+constexpr BYTE kTopBit = 0x80;
+
+// A number's bytes, the lowest first, into which the number's own lie already.
+template <class Number>
+CDerBytes BytesOf(const Number& number) noexcept {
+    static_assert(std::endian::native == std::endian::little);
+    return {reinterpret_cast<const BYTE*>(&number), sizeof number};
+}
+
+// The shortest form: `fill` is what a byte at the top can be left out for, as long as the top bit still tells it.
+void WriteInteger(CDerWriter& writer, CDerBytes number, BYTE fill) noexcept {
+    const std::size_t end = writer.Size();
+    std::size_t count = number.size();
+    while (count > 1 && number[count - 1] == fill && (number[count - 2] & kTopBit) == (fill & kTopBit)) --count;
+    for (std::size_t i = 0; i < count; ++i) writer.Byte(number[i]);
+    writer.Close(DerTag::kInteger, end);
+}
+
+bool NumberFrom(CDerBytes content, std::size_t room, ULONGLONG& out) noexcept {
+    out = 0;
+    if (content.size() > room) return true;
+    for (const BYTE byte : content) out = out << 8 | byte;
+    return true;
+}
+
+struct StringTag {
+    NameValueType type;
+    DerTag tag;
+};
+constexpr StringTag kStringTags[] = {
+    {NameValueType::kOctets, DerTag::kOctetString},        {NameValueType::kNumeric, DerTag::kNumericString},
+    {NameValueType::kPrintable, DerTag::kPrintableString}, {NameValueType::kTeletex, DerTag::kTeletexString},
+    {NameValueType::kVideotex, DerTag::kVideotexString},   {NameValueType::kIA5, DerTag::kIA5String},
+    {NameValueType::kGraphic, DerTag::kGraphicString},     {NameValueType::kVisible, DerTag::kVisibleString},
+    {NameValueType::kGeneral, DerTag::kGeneralString},     {NameValueType::kBmp, DerTag::kBmpString},
+    {NameValueType::kUtf8, DerTag::kUtf8String},
+};
+
+WCHAR UnitAt(CDerBytes content, std::size_t i) noexcept {
+    return static_cast<WCHAR>(content[2 * i] << 8 | content[2 * i + 1]);
+}
+
+wstr FromUtf8Content(CDerBytes content) {
+    const int size = static_cast<int>(content.size());
+    const auto* bytes = reinterpret_cast<const char*>(content.data());
+    wstr text(content.size(), 0);  // no byte makes more than one unit
+    const int length = size ? MultiByteToWideChar(CP_UTF8, 0, bytes, size, text.data(), size) : 0;
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+// How scanf takes a number: blanks and a plus in front, anything behind.
+bool ScanDouble(std::string_view text, double& out) noexcept {
+    const std::size_t begin = text.find_first_not_of(" \t\n\v\f\r");
+    if (begin == std::string_view::npos) return false;
+    text.remove_prefix(begin);
+    if (text.starts_with('+')) {
+        text.remove_prefix(1);
+        if (text.starts_with('-')) return false;
+    }
+    double number;
+    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) return false;
+    out = number;
+    return true;
+}
+
+}  // namespace
+
+void COVAnyBlob::Write(CDerWriter& writer, CDerBytes bytes) noexcept {
+    const std::size_t end = writer.Size();
+    writer.Bytes(bytes);
+    writer.Close(DerTag::kOctetString, end);
+}
+
+bool COVAnyBlob::Read(CDerBytes element, CDerBytes& out) noexcept {
+    const std::optional<CDerBytes> content = ReadContent(element, DerTag::kOctetString);
+    if (content) out = *content;
+    return content.has_value();
+}
+
+namespace {
+
+// Between a GUID and its bytes in network order; the same both ways.
+void SwapGuid(const BYTE* from, BYTE* to) noexcept {
+    static constexpr std::array<std::size_t, sizeof(GUID)> kPlaces = {3, 2, 1,  0,  5,  4,  7,  6,
+                                                                      8, 9, 10, 11, 12, 13, 14, 15};
+    for (std::size_t i = 0; i < sizeof(GUID); ++i) to[i] = from[kPlaces[i]];
+}
+
+}  // namespace
+
+void COVGUIDBlob::Write(CDerWriter& writer, const GUID& id) noexcept {
+    BYTE bytes[sizeof id];
+    SwapGuid(reinterpret_cast<const BYTE*>(&id), bytes);
+    COVAnyBlob::Write(writer, bytes);
+}
+
+bool COVGUIDBlob::Read(CDerBytes element, GUID& out) noexcept {
+    CDerBytes bytes;
+    if (!COVAnyBlob::Read(element, bytes)) return false;
+    out = {};
+    if (bytes.size() == sizeof out) SwapGuid(bytes.data(), reinterpret_cast<BYTE*>(&out));
+    return true;
+}
+
+void COVIntBlob::Write(CDerWriter& writer, LONG number) noexcept {
+    Write(writer, BytesOf(number));
+}
+
+void COVIntBlob::Write(CDerWriter& writer, CDerBytes littleEndian) noexcept {
+    const bool negative = !littleEndian.empty() && (littleEndian.back() & kTopBit) != 0;
+    WriteInteger(writer, littleEndian, negative ? 0xFF : 0x00);
+}
+
+bool COVIntBlob::Read(CDerBytes element, LONG& out) noexcept {
+    const std::optional<CDerBytes> content = ReadContent(element, DerTag::kInteger);
+    if (!content) return false;
+    ULONGLONG number;
+    NumberFrom(*content, sizeof out, number);
+    out = static_cast<LONG>(number);
+    return true;
+}
+
+void COVULongBlob::Write(CDerWriter& writer, ULONGLONG number) noexcept {
+    Write(writer, BytesOf(number));
+}
+
+void COVULongBlob::Write(CDerWriter& writer, CDerBytes littleEndian) noexcept {
+    const std::size_t end = writer.Size();
+    std::size_t count = littleEndian.size();
+    while (count > 1 && littleEndian[count - 1] == 0) --count;
+    for (std::size_t i = 0; i < count; ++i) writer.Byte(littleEndian[i]);
+    if (count > 0 && (littleEndian[count - 1] & kTopBit)) writer.Byte(0);
+    writer.Close(DerTag::kInteger, end);
+}
+
+bool COVULongBlob::Read(CDerBytes element, ULONGLONG& out, std::size_t room) noexcept {
+    std::optional<CDerBytes> content = ReadContent(element, DerTag::kInteger);
+    if (!content) return false;
+    // The byte in front of a set top bit is no part of the number.
+    if (!content->empty() && content->front() == 0) content = content->subspan(1);
+    return NumberFrom(*content, room, out);
+}
+
+bool ReadNameValue(CDerBytes element, CNameValue& out) noexcept {
+    const std::optional<DerElement> read = ReadElement(element);
+    if (!read) return false;
+    const auto* known = std::find_if(std::begin(kStringTags), std::end(kStringTags),
+                                     [&](const StringTag& entry) { return entry.tag == read->tag; });
+    if (known == std::end(kStringTags)) return false;
+    out = {known->type, read->content};
+    return true;
+}
+
+void COVWStrBlob::Write(CDerWriter& writer, const WCHAR* text, std::size_t length) noexcept {
+    const std::size_t end = writer.Size();
+    if (text) {
+        writer.Byte(0);
+        writer.Byte(0);
+        writer.Units(text, length);
+    }
+    writer.Close(DerTag::kBmpString, end);
+}
+
+bool COVWStrBlob::Read(CDerBytes element, wstr& out) {
+    CNameValue value;
+    if (!ReadNameValue(element, value) || value.type == NameValueType::kOctets) return false;
+    if (value.type == NameValueType::kBmp) {
+        out.resize(value.content.size() / sizeof(WCHAR));  // an odd byte at the end is nobody's
+        for (std::size_t i = 0; i < out.size(); ++i) out[i] = UnitAt(value.content, i);
+    } else if (value.type == NameValueType::kUtf8) {
+        out = FromUtf8Content(value.content);
+    } else {
+        out.assign(value.content.begin(), value.content.end());
+    }
+    if (const std::size_t nul = out.find(WCHAR{0}); nul != wstr::npos) out.resize(nul);
+    return true;
+}
+
+void COVDoubleBlob::Write(CDerWriter& writer, double number) {
+    char text[128];
+    // "%1.24lg", whatever the locale of the host
+    const auto done = std::to_chars(text, text + sizeof text - 1, number, std::chars_format::general, 24);
+    *done.ptr = 0;
+    const std::size_t end = writer.Size();
+    writer.Bytes({reinterpret_cast<const BYTE*>(text), static_cast<std::size_t>(done.ptr - text) + 1});
+    writer.Close(DerTag::kIA5String, end);
+}
+
+bool COVDoubleBlob::Read(CDerBytes element, double& out) noexcept {
+    CNameValue value;
+    if (!ReadNameValue(element, value)) return false;
+    char text[128];
+    std::size_t length = 0;
+    if (value.type == NameValueType::kBmp) {
+        const std::size_t units = value.content.size() / sizeof(WCHAR);
+        for (; length < units && length < sizeof text; ++length) {
+            const WCHAR unit = UnitAt(value.content, length);
+            if (unit == 0 || unit > 0x7F) break;
+            text[length] = static_cast<char>(unit);
+        }
+    } else if (value.type >= NameValueType::kNumeric && value.type <= NameValueType::kVisible) {
+        for (; length < value.content.size() && length < sizeof text; ++length) {
+            if (value.content[length] == 0) break;
+            text[length] = static_cast<char>(value.content[length]);
+        }
+    }
+    return ScanDouble({text, length}, out);
+}
