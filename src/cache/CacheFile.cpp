@@ -51,11 +51,14 @@ class CMd5 {
 }  // namespace
 
 wstr CacheFileName() {
-    const CRegistryKey key = OpenCoreKey(KEY_READ);
+    return CacheFileName(OpenCoreKey(KEY_READ));
+}
+
+wstr CacheFileName(const CRegistryKey& core) {
     WCHAR folder[MAX_PATH] = {};
     DWORD length = MAX_PATH;
-    if (key.QueryString(W("BinDir"), folder, length) != ERROR_SUCCESS) return kFileName;
-    wstr path(folder);
+    if (core.QueryString(W("BinDir"), folder, length) != ERROR_SUCCESS) return kFileName;
+    wstr path = folder;
     if (!path.ends_with(WCHAR{'\\'})) path += WCHAR{'\\'};
     return path += kFileName;
 }

@@ -11,6 +11,7 @@
 
 #include "cache/AnySequence.h"
 #include "diagnostics/TraceScope.h"
+#include "module/RegistryKey.h"
 #include "store/PolicyMap.h"
 
 using CCacheDigest = std::array<BYTE, 16>;
@@ -19,6 +20,8 @@ inline constexpr DWORD kSmallestCacheFile = sizeof(CCacheDigest) + 1;
 // The file's path: in the folder that BinDir of the Core key names, else in the folder the process is in. Makes the key
 // where there is none; raises when that cannot be done.
 wstr CacheFileName();
+// The same of a Core key that is open, or of none.
+wstr CacheFileName(const CRegistryKey& core);
 
 // Raises the failure of the step that failed; 0x80090006 for a digest of another size.
 CCacheDigest CacheDigestOf(CDerBytes body);

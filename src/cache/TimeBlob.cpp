@@ -91,7 +91,9 @@ void CTimeBlob::Read(CDerBytes element, FILETIME& out) {
     const int thousandths = isShort ? 0 : digits.Fraction();
     digits.End();
     const year_month_day date(year(full), month(static_cast<unsigned>(ofYear)), day(static_cast<unsigned>(ofMonth)));
-    if (!date.ok() || full < 1601 || hour > 23 || minute > 59 || second > 59) throw _com_error(E_INVALIDARG);
+    // The platform takes the 29th of February in every year, and means the day behind the 28th.
+    const bool isDate = date.ok() || (date.month() == February && date.day() == day(29));
+    if (!isDate || full < 1601 || hour > 23 || minute > 59 || second > 59) throw _com_error(E_INVALIDARG);
     const Ticks ticks =
         (sys_days(date) - kEpoch) + hours(hour) + minutes(minute) + seconds(second) + milliseconds(thousandths);
     const auto number = static_cast<ULONGLONG>(ticks.count());

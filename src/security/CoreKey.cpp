@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr LPCWSTR kCoreKey = W("SOFTWARE\\Orvantis\\Core");
 constexpr DWORD kInherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
 
 bool MaySecureKeys() {

@@ -5,6 +5,8 @@
 #include "Platform.h"
 #include "module/RegistryKey.h"
 
+inline constexpr LPCWSTR kCoreKey = W("SOFTWARE\\Orvantis\\Core");
+
 // Opens the key as it is, or makes it. Raises the error of the making as an HRESULT.
 CRegistryKey OpenCoreKey(REGSAM access);
 

@@ -6,6 +6,8 @@
 
 struct StoreDoor {
     static CPolicyMap& Items(CServerInfo& object) noexcept { return object.m_machineItems; }
+    static HRESULT Load(CServerInfo& object) noexcept { return object.Load(); }
+    static HRESULT Save(CServerInfo& object) noexcept { return object.Save(); }
     // A load as a policy change brings it about, on this thread.
     static void LoadAndNotify(CServerInfo& object) { CServerInfo::GPOThreadProc(&object); }
 };

@@ -71,7 +71,7 @@ const CVerb kVerbs[] = {
      "\nEnds with 0 for yes and 1 for no, also when it cannot be found out.\n"
      "  --explain   how that was found out\n",
      DefineIsAdmin},
-    {"status", "", "root, hives, module, items, the last load, tracing", "", DefineStatus},
+    {"status", "", "root, hives, module, items, the last load, the cache, tracing", "", DefineStatus},
     {"gpupdate", "FILE... [--user NAME]", "applies Registry.pol files as the machine's or one user's policy",
      "\nWhat the last application set is taken back first; all of it happens or nothing. Then every process that "
      "watches "
@@ -96,6 +96,18 @@ const CVerb kVerbs[] = {
      "  REG_MULTI_SZ            texts with \\0 between them\n",
      DefineRegAdd},
     {"reg delete", "KEY [VALUE]", "deletes a value, or the key with all below it", "", DefineRegDelete},
+    {"cache show", "[FILE]", "what a cache file holds: the store of the last object, from one to the next",
+     "\nWithout FILE the root's own: svinfo.cch in the folder that BinDir of HKLM\\SOFTWARE\\Orvantis\\Core names, else in "
+     "the\n"
+     "folder the program is in. Ends with 1 when there is none, with 4 when it is cut off or damaged.\n",
+     DefineCacheShow},
+    {"cache verify", "[FILE]", "whether a cache file is whole: sizes, digest, form",
+     "\nWithout FILE the root's own. Ends with 1 when something is odd, with 4 when the file is cut off or damaged.\n",
+     DefineCacheVerify},
+    {"cache diff", "[FILE]", "what differs between a cache file and what is managed now",
+     "\nWithout FILE the root's own. Ends with 0 when they are the same, with 1 when they differ. The file stays as it "
+     "is.\n",
+     DefineCacheDiff},
     {"help", "[VERB]", "this page, or that of a verb", "", DefineHelp},
     {"version", "", "the version", "", DefineVersion},
 };

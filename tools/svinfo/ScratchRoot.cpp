@@ -3,8 +3,11 @@
 #include <system_error>
 
 #include "Platform.h"
+#include "module/RegistryKey.h"
+#include "security/CoreKey.h"
 #include "svinfo/Failure.h"
 #include "svinfo/FileIo.h"
+#include "svinfo/Text.h"
 
 namespace fs = std::filesystem;
 
@@ -23,10 +26,20 @@ fs::path MakeFolder() {
     return folder;
 }
 
+DWORD PutBinDir(const fs::path& folder) {
+    CRegistryKey key;
+    LONG error = key.Create(HKEY_LOCAL_MACHINE, kCoreKey, nullptr, 0, KEY_SET_VALUE, nullptr, nullptr);
+    if (!error) error = key.SetString(W("BinDir"), WideArgument(Utf8(folder), "the temporary folder").c_str());
+    return static_cast<DWORD>(error);
+}
+
 }  // namespace
 
 CScratchRoot::CScratchRoot() : m_before(OvRoot()), m_folder(MakeFolder()) {
-    if (const DWORD error = OvSetRoot(Utf8(m_folder).c_str())) {
+    DWORD error = OvSetRoot(Utf8(m_folder).c_str());
+    // What an object on it looks for is looked for there, and not in the folder that the tool was started in.
+    if (!error) error = PutBinDir(m_folder);
+    if (error) {
         std::error_code ignored;
         fs::remove_all(m_folder, ignored);
         throw FailureOf("make a registry for temporary use", HRESULT_FROM_WIN32(error));

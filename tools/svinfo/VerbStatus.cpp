@@ -6,6 +6,7 @@
 
 #include "Version.h"
 #include "module/RegistryKey.h"
+#include "svinfo/CacheView.h"
 #include "svinfo/Host.h"
 #include "svinfo/LocalItems.h"
 #include "svinfo/StoreView.h"
@@ -28,6 +29,13 @@ struct CTracing {
     std::string path;  // empty: beside the module
 };
 
+struct CCache {
+    std::string path;
+    const char* state = "none";
+    std::size_t bytes = 0;
+    std::size_t items = 0;
+};
+
 struct CStatus {
     std::string root;
     const char* rootFault = nullptr;  // what is wrong with it
@@ -39,6 +47,7 @@ struct CStatus {
     std::size_t defaults = 0;
     CLoadReport lastLoad;
     std::string lastSignal;  // empty when there was none, or the home does not tell
+    CCache cache;
     CTracing tracing;
 };
 
@@ -97,8 +106,24 @@ CTracing ReadTracing() {
     return tracing;
 }
 
+// As it lies there, before any object sees it: a damaged one is deleted then.
+CCache ReadCache() {
+    CCache cache;
+    cache.path = OwnCachePath();
+    try {
+        const CCacheView view(cache.path);
+        cache.state = view.IsWhole() ? "good" : "damaged";
+        cache.bytes = view.Bytes();
+        if (view.IsWhole()) cache.items = view.Items().size();
+    } catch (const CCommandFailure& failure) {
+        if (failure.Code() != ExitCode::No) cache.state = "unreadable";
+    }
+    return cache;
+}
+
 CStatus ReadStatus() {
     CStatus status;
+    status.cache = ReadCache();
     status.root = OvRoot();
     const fs::path root(std::u8string(status.root.begin(), status.root.end()));
     std::error_code error;
@@ -156,11 +181,22 @@ json StatusJson(const CStatus& status) {
                           {"deleted", load.deleted},
                           {"changed", load.changed}};
     answer["lastSignal"] = status.lastSignal.empty() ? json(nullptr) : json(status.lastSignal);
+    answer["cache"] = {{"path", status.cache.path},
+                       {"state", status.cache.state},
+                       {"bytes", status.cache.bytes},
+                       {"items", status.cache.items}};
     answer["tracing"] = {{"on", status.tracing.on},
                          {"toFile", status.tracing.toFile},
                          {"verbosity", status.tracing.verbosity},
                          {"path", status.tracing.path.empty() ? json(nullptr) : json(status.tracing.path)}};
     return answer;
+}
+
+std::string CacheText(const CCache& cache) {
+    const std::string size = ", " + CountText(cache.bytes, "byte", "bytes");
+    const bool isGood = cache.state == std::string_view("good");
+    return cache.path + " (" + cache.state + (cache.state == std::string_view("none") ? "" : size) +
+           (isGood ? ", " + CountText(cache.items, "item", "items") : "") + ")";
 }
 
 std::string TracingText(const CTracing& tracing) {
@@ -192,6 +228,7 @@ CTable StatusTable(const CStatus& status) {
     add("defaults", count(status.defaults));
     add("last load", LoadText(status.lastLoad));
     add("last signal", status.lastSignal.empty() ? "none" : status.lastSignal);
+    add("cache", CacheText(status.cache), status.cache.state == std::string_view("damaged") ? Tone::Bad : Tone::Plain);
     add("tracing", TracingText(status.tracing));
     return table;
 }

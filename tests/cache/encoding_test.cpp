@@ -1,0 +1,353 @@
+// DER, both ways: the recorded answers of an independent implementation, and items byte for byte.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "cache/AnySequence.h"
+#include "cache/CryptBlobs.h"
+#include "cache/ValueEncoding.h"
+#include "support/Vectors.h"
+
+namespace {
+
+std::string Text(CDerBytes bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+CDerBytes Bytes(const std::string& text) {
+    return {reinterpret_cast<const BYTE*>(text.data()), text.size()};
+}
+std::string FromHex(std::string digits) {
+    std::erase(digits, ' ');
+    return vectors::Bytes(vectors::Row(digits));
+}
+
+// "fill:N" stands for N bytes 5A.
+std::string Input(const std::string& in) {
+    return in.starts_with("fill:") ? std::string(std::stoul(in.substr(5)), '\x5A') : vectors::Bytes(vectors::Row(in));
+}
+
+template <class Write>
+std::string Encoded(Write write) {
+    CCryptBlob blob;
+    EncodeInto(blob, write);
+    return Text(blob.Bytes());
+}
+
+std::uint32_t Fnv1a(const std::string& bytes) {
+    std::uint32_t hash = 0x811C9DC5;
+    for (const char c : bytes) hash = (hash ^ static_cast<BYTE>(c)) * 0x01000193;
+    return hash;
+}
+
+// The expected encoding of a row; the answer in place of a doubtful one, if there is any.
+void Check(const vectors::Row& row, const std::string& encoded) {
+    if (row.contains("flag") && !row.contains("expect")) return;
+    const vectors::Row& answer = row.contains("expect") ? row["expect"] : row;
+    if (answer.contains("der")) {
+        EXPECT_EQ(encoded, vectors::Bytes(answer["der"])) << row["id"];
+    } else {
+        EXPECT_EQ(encoded.substr(0, 32), vectors::Bytes(answer["der_head"])) << row["id"];
+        EXPECT_EQ(Fnv1a(encoded), vectors::Hex(answer["der_fnv1a32"])) << row["id"];
+    }
+}
+
+TEST(DerVectors, Encodings) {
+    for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "enc_blob")) {
+        const std::string in = Input(row["in"]);
+        const int type = row["type"];
+        Check(row, Encoded([&](CDerWriter& writer) {
+                  if (type == 25) COVAnyBlob::Write(writer, Bytes(in));
+                  if (type == 28) COVIntBlob::Write(writer, Bytes(in));
+                  if (type == 38) COVULongBlob::Write(writer, Bytes(in));
+              }));
+    }
+    int texts = 0;
+    for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "enc_name")) {
+        // What is written are texts with their NUL.
+        const std::string in = Input(row["in"]);
+        if (row["value_type"] != 12 || in.size() % 2 || !in.ends_with(std::string(2, '\0'))) continue;
+        wstr text;
+        for (std::size_t i = 0; i + 2 < in.size(); i += 2) {
+            text += static_cast<WCHAR>(static_cast<BYTE>(in[i]) | static_cast<BYTE>(in[i + 1]) << 8);
+        }
+        ++texts;
+        Check(row, Encoded([&](CDerWriter& writer) { COVWStrBlob::Write(writer, text.data(), text.size()); }));
+    }
+    EXPECT_GE(texts, 3);
+    for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "enc_seq")) {
+        std::vector<std::string> parts;
+        std::stringstream in(row["in"] == "-" ? std::string() : row["in"].get<std::string>());
+        for (std::string part; std::getline(in, part, ',');) parts.push_back(Input(part));
+        Check(row, Encoded([&](CDerWriter& writer) {
+                  for (std::size_t i = parts.size(); i-- > 0;) writer.Bytes(Bytes(parts[i]));
+                  writer.Close(DerTag::kSequence, 0);
+              }));
+    }
+}
+
+TEST(DerVectors, Times) {
+    for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "enc_time")) {
+        const ULONGLONG ticks = std::stoull(row["filetime"].get<std::string>());
+        const FILETIME time = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+        Check(row, Encoded([&](CDerWriter& writer) { CTimeBlob::Write(writer, time); }));
+    }
+    CDerWriter counting;
+    EXPECT_THROW(CTimeBlob::Write(counting, {0, 0x80000000}), _com_error);
+    EXPECT_THROW(CTimeBlob::Write(counting, {0xFFFFFFFF, 0x7FFFFFFF}), _com_error) << "a year of five digits";
+}
+
+struct Read {
+    bool ok = false;
+    std::string text;
+};
+
+// What decoding gives, in the form of the rows.
+Read Decode(int type, const std::string& der) {
+    const std::optional<CDerBytes> number = ReadContent(Bytes(der), DerTag::kInteger);
+    CDerBytes content;
+    CNameValue name;
+    switch (type) {
+        case 25: {
+            const bool ok = COVAnyBlob::Read(Bytes(der), content);
+            return {ok, ok ? Text(content) : ""};
+        }
+        case 28:
+        case 38: {
+            if (!number) return {};
+            content = type == 38 && !number->empty() && number->front() == 0 ? number->subspan(1) : *number;
+            std::string value = Text(content);
+            std::reverse(value.begin(), value.end());
+            return {true, value};
+        }
+        case 6: {
+            if (!ReadNameValue(Bytes(der), name)) return {};
+            return {true, std::to_string(static_cast<int>(name.type))};
+        }
+        case 30:
+            try {
+                FILETIME time = {};
+                CTimeBlob::Read(Bytes(der), time);
+                return {true, std::to_string(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime)};
+            } catch (const _com_error&) {
+                return {};
+            }
+        default: {
+            CAnySequence sequence(Bytes(der));
+            std::string elements;
+            for (DWORD i = 0; i < sequence.Count(); ++i) elements += Text(sequence.Next()) + "|";
+            const std::optional<DerElement> outer = ReadElement(Bytes(der));
+            const bool ok = outer && outer->tag == DerTag::kSequence && (outer->content.empty() || sequence.Count());
+            return {ok, elements};
+        }
+    }
+}
+
+TEST(DerVectors, Decodings) {
+    int asked = 0;
+    for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "dec")) {
+        if (row.contains("flag") && !row.contains("expect")) continue;
+        const vectors::Row& answer = row.contains("expect") ? row["expect"] : row;
+        const int type = row["type"];
+        const Read read = Decode(type, vectors::Bytes(row["der"]));
+        ++asked;
+        ASSERT_EQ(read.ok, answer["ok"] == 1) << row;
+        if (!read.ok) continue;
+        if (type == 34) {
+            std::string elements;
+            for (const vectors::Row& element : answer["elements"]) elements += vectors::Bytes(element) + "|";
+            // The first fifty of them are told.
+            EXPECT_TRUE(read.text.starts_with(elements)) << row;
+            EXPECT_EQ(CAnySequence(Bytes(vectors::Bytes(row["der"]))).Count(), answer["count"]) << row;
+        } else if (type == 30) {
+            EXPECT_EQ(read.text, answer["filetime"]) << row;
+        } else if (type == 6) {
+            EXPECT_EQ(read.text, std::to_string(answer["value_type"].get<int>())) << row;
+            wstr text = W("before");
+            const bool isText = COVWStrBlob::Read(Bytes(vectors::Bytes(row["der"])), text);
+            EXPECT_EQ(isText, answer["value_type"] != 2) << row;
+        } else {
+            EXPECT_EQ(read.text, vectors::Bytes(answer["value"])) << row;
+        }
+    }
+    EXPECT_GT(asked, 150);
+}
+
+// Values as code makes them, and as the file has them.
+CPolicyValue Number(DWORD type, ULONGLONG number) {
+    CPolicyValue value;
+    value.SetNumber(type, number);
+    return value;
+}
+CPolicyValue String(LPCWSTR text) {
+    CPolicyValue value;
+    value.SetString(text);
+    return value;
+}
+CPolicyValue Array(std::initializer_list<CPolicyValue> elements) {
+    CPolicyValue value;
+    value.SetNumber(OV_TYPE_ARRAY, 0);
+    for (const CPolicyValue& element : elements) value.Append(element);
+    return value;
+}
+template <class Set>
+CPolicyValue Made(Set set) {
+    CPolicyValue value;
+    set(value);
+    return value;
+}
+
+constexpr GUID kId = {0x00112233, 0x4455, 0x6677, {0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}};
+
+TEST(ValueEncoding, EachTypeBothWays) {
+    const struct {
+        CPolicyValue value;
+        const char* encoded;
+    } cases[] = {
+        {Number(OV_TYPE_NONE, 0), "30 03 02 01 00"},
+        {Number(OV_TYPE_LONG, 0x7F), "30 06 02 01 01 02 01 7F"},
+        {String(W("abc")), "30 0D 02 01 02 1E 08 00 61 00 62 00 63 00 00"},
+        {String(W("")), "30 07 02 01 02 1E 02 00 00"},
+        {String(W("\u0416\u00FF")), "30 0B 02 01 02 1E 06 04 16 00 FF 00 00"},
+        {Number(OV_TYPE_ULONG, 0x7F), "30 06 02 01 03 02 01 7F"},
+        {Number(OV_TYPE_DWORD, 1), "30 06 02 01 04 02 01 01"},
+        {Number(OV_TYPE_DWORD, 0x80), "30 07 02 01 04 02 02 00 80"},
+        {Number(OV_TYPE_DWORD, 0x80000000), "30 0A 02 01 04 02 05 00 80 00 00 00"},
+        {Number(OV_TYPE_DWORD, 0xFFFFFFFF), "30 0A 02 01 04 02 05 00 FF FF FF FF"},
+        {Made([](auto& value) { value.SetGuid(kId); }),
+         "30 15 02 01 05 04 10 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF"},
+        {Made([](auto& value) { value.SetDouble(-0.5); }), "30 0A 02 01 06 16 05 2D 30 2E 35 00"},
+        {Made([](auto& value) {
+             value.SetFileTime({0xD53E8000, 0x019DB1DE});
+         }),
+         "30 12 02 01 07 17 0D 37 30 30 31 30 31 30 30 30 30 30 30 5A"},
+        {Made([](auto& value) { value.SetBlob("\x00\xFF", 2); }), "30 07 02 01 08 04 02 00 FF"},
+        {Number(OV_TYPE_UINT64, 0x100000000), "30 0A 02 01 09 02 05 01 00 00 00 00"},
+        {Number(OV_TYPE_QWORD, 0), "30 06 02 01 0A 02 01 00"},
+        {Number(OV_TYPE_QWORD, ~0ull), "30 0E 02 01 0A 02 09 00 FF FF FF FF FF FF FF FF"},
+        {Array({Number(OV_TYPE_QWORD, 1), Number(OV_TYPE_QWORD, 2)}),
+         "30 16 02 01 0B 02 01 02 30 06 02 01 0A 02 01 01 30 06 02 01 0A 02 01 02"},
+        {Array({}), "30 06 02 01 0B 02 01 00"},
+        {Number(12, 0), "30 03 02 01 0C"},
+    };
+    for (const auto& [value, encoded] : cases) {
+        SCOPED_TRACE(encoded);
+        CCryptBlob blob;
+        EncodeValue(value, blob);
+        EXPECT_EQ(Text(blob.Bytes()), FromHex(encoded));
+        CPolicyValue decoded = Number(OV_TYPE_QWORD, 77);
+        DecodeValue(blob.Bytes(), decoded);
+        ASSERT_EQ(decoded.Type(), value.Type());
+        CCryptBlob again;
+        EncodeValue(decoded, again);
+        EXPECT_EQ(Text(again.Bytes()), Text(blob.Bytes()));
+    }
+    CCryptBlob item;
+    EncodeItem({W("A"), Number(OV_TYPE_DWORD, 1)}, item);
+    EXPECT_EQ(Text(item.Bytes()), FromHex("30 0E 1E 04 00 41 00 00 30 06 02 01 04 02 01 01"));
+}
+
+TEST(ValueEncoding, DoublesComeBack) {
+    for (const double number : {0.0, -0.0, 0.1, 1e300, -5e-324, 1.7976931348623157e308, 1234567.875}) {
+        CCryptBlob blob;
+        EncodeValue(Made([&](auto& value) { value.SetDouble(number); }), blob);
+        CPolicyValue decoded;
+        DecodeValue(blob.Bytes(), decoded);
+        EXPECT_EQ(decoded.Number(), Made([&](auto& value) { value.SetDouble(number); }).Number()) << number;
+    }
+}
+
+// "type data", with the text of a string.
+std::string Told(const CPolicyValue& value) {
+    std::string text = std::to_string(value.Type());
+    if (value.Type() == OV_TYPE_STRING) {
+        text += " '" +
+                (value.Text() ? std::string(wstr_view(value.Text()).begin(), wstr_view(value.Text()).end()) : "-") +
+                "'";
+    } else {
+        text += " " + std::to_string(value.Number());
+    }
+    return text;
+}
+
+TEST(ValueEncoding, DamageGivesZeroesOrNothing) {
+    const struct {
+        const char* encoded;
+        const char* told;
+    } cases[] = {
+        {"", "0 0"},
+        {"31 00", "0 0"},
+        {"30 06 02 01 04 02 02 01", "0 0"},              // its last element is cut off
+        {"30 03 02 01 04", "4 0"},                       // nothing behind the type
+        {"30 05 02 01 04 05 00", "4 0"},                 // something else behind it
+        {"30 0A 02 01 04 02 05 01 00 00 00 00", "4 0"},  // more than 32 bits
+        {"30 07 02 01 04 02 02 00 80", "4 128"},
+        {"30 06 02 01 01 02 01 FF", "1 255"},  // no sign is carried on
+        {"30 08 02 01 04 02 03 FF FF FE", "4 16777214"},
+        {"30 07 02 05 01 00 00 00 0A", "0 0"},  // a type beyond all types
+        {"30 05 02 01 02 1E 00", "2 ''"},
+        {"30 07 02 01 02 04 02 61 62", "2 ''"},  // octets are no text
+        {"30 07 02 01 02 0C 02 61 62", "2 'ab'"},
+        {"30 09 02 01 02 16 04 61 00 62 63", "2 'a'"},  // up to the NUL
+        {"30 08 02 01 02 1E 03 00 61 00", "2 'a'"},     // an odd byte at the end
+        {"30 08 02 01 06 16 03 20 2B 31", "6 4607182418800017408"},
+        {"30 07 02 01 06 1E 02 00 31", "6 4607182418800017408"},
+        {"30 07 02 01 06 16 02 78 00", "6 0"},
+        {"30 16 02 01 05 04 0F 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE", "0 0"},
+        {"30 14 02 01 05 04 0F 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE", "5 0"},
+        {"30 03 02 01 07", "7 0"},
+    };
+    for (const auto& [encoded, told] : cases) {
+        CPolicyValue value = Number(OV_TYPE_QWORD, 77);
+        DecodeValue(Bytes(FromHex(encoded)), value);
+        EXPECT_EQ(Told(value), told) << encoded;
+    }
+    CPolicyValue value;
+    EXPECT_THROW(DecodeValue(Bytes(FromHex("30 05 02 01 07 05 00")), value), _com_error) << "only a time complains";
+    CPolicyItem item = {W("before"), Number(OV_TYPE_QWORD, 1)};
+    DecodeItem({}, item);
+    EXPECT_EQ(item.name, W(""));
+    EXPECT_EQ(item.value.Type(), static_cast<DWORD>(OV_TYPE_NONE));
+}
+
+TEST(ValueEncoding, CountsAreBelievedUpToABound) {
+    const auto lengthOf = [](const std::string& encoded) {
+        CPolicyValue value;
+        DecodeValue(Bytes(FromHex(encoded)), value);
+        EXPECT_EQ(value.Type(), static_cast<DWORD>(OV_TYPE_ARRAY));
+        return value.Elements().size();
+    };
+    EXPECT_EQ(lengthOf("30 0E 02 01 0B 02 01 03 30 06 02 01 04 02 01 01"), 3u);
+    EXPECT_EQ(lengthOf("30 0E 02 01 0B 02 01 00 30 06 02 01 04 02 01 01"), 0u);
+    EXPECT_EQ(lengthOf("30 10 02 01 0B 02 03 01 00 01 30 06 02 01 04 02 01 01"), 65'537u);
+    EXPECT_EQ(lengthOf("30 10 02 01 0B 02 03 01 00 02 30 06 02 01 04 02 01 01"), 1u) << "damage";
+    EXPECT_EQ(lengthOf("30 0A 02 01 0B 02 05 00 FF FF FF FF"), 0u);
+    // All arrays of an item draw on one bound: two of 40,000 missing elements are one too many.
+    CPolicyValue value;
+    DecodeValue(
+        Bytes(FromHex("30 1C 02 01 0B 02 01 02 30 09 02 01 0B 02 04 00 00 9C 40 30 09 02 01 0B 02 04 00 00 9C 40")),
+        value);
+    ASSERT_EQ(value.Elements().size(), 2u);
+    EXPECT_EQ(value.Elements()[0].Elements().size(), 40'000u);
+    EXPECT_EQ(value.Elements()[1].Elements().size(), 0u);
+}
+
+TEST(ValueEncoding, ArraysInArraysEndSomewhere) {
+    std::string encoded = FromHex("30 06 02 01 04 02 01 01");
+    for (int i = 0; i < 100'000; ++i) {
+        encoded = Encoded([&](CDerWriter& writer) {
+            writer.Bytes(Bytes(encoded));
+            COVULongBlob::Write(writer, 1);
+            COVULongBlob::Write(writer, OV_TYPE_ARRAY);
+            writer.Close(DerTag::kSequence, 0);
+        });
+        if (i == 20) i = 99'000;
+    }
+    CPolicyValue value;
+    DecodeValue(Bytes(encoded), value);
+    int depth = 0;
+    for (const CPolicyValue* at = &value; !at->Elements().empty(); at = &at->Elements()[0]) ++depth;
+    EXPECT_EQ(depth, 8);
+}
+
+}  // namespace
