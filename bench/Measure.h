@@ -91,6 +91,7 @@ void Queries();
 void Registry();
 void Loads();
 void Documents();
+void Cache();
 void Decisions();
 void Tracing();
 void Startup(const char* folder);

@@ -199,9 +199,6 @@ void Enumeration() {
 }  // namespace
 
 void Registry() {
-    const fs::path root = fs::absolute("bench-root");
-    fs::remove_all(root);
-    Must(OvSetRoot(root.c_str()) == ERROR_SUCCESS, "root");
     Misses(MakeItems(kItems));
     Enumeration();
 }

@@ -180,7 +180,7 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR text, int len
     return output.Used();
 }
 
-#if defined(__SSE2__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__SSE2__) && !defined(OV_SANITIZED)
 
 // Eight units at a time. A block that is aligned never lies in two pages, so that what is read beyond the end can be
 // read.

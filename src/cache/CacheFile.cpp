@@ -105,20 +105,24 @@ bool IsCachedItem(const CPolicyItem& item, OVTraceNS::CTraceScope& scope) noexce
     }
 }
 
-void EncodeCacheBody(const CPolicyMap& items, CCryptBlob& body, OVTraceNS::CTraceScope& scope) {
+CDerWriter EncodeCacheBody(const CPolicyMap& items, OVTraceNS::CTraceScope& scope) {
+    constexpr std::size_t kBesideTheName = 48;  // of an item that is not unusually long
     std::vector<const CPolicyItem*> cached;
     cached.reserve(items.Size());
+    std::size_t room = 16;
     for (std::size_t rank = 0; rank < items.Size(); ++rank) {
         const CPolicyItem& item = items.At(rank);
-        if (IsCachedItem(item, scope)) cached.push_back(&item);
+        if (!IsCachedItem(item, scope)) continue;
+        cached.push_back(&item);
+        room += item.name.size() * sizeof(WCHAR) + kBesideTheName;
     }
     scope.Print("Count is %d", static_cast<DWORD>(cached.size()));
-    EncodeInto(body, [&](CDerWriter& writer) {
-        for (std::size_t i = cached.size(); i-- > 0;) {
-            const std::size_t end = writer.Size();
-            WriteItem(writer, *cached[i]);
-            writer.Close(DerTag::kOctetString, end);
-        }
-        writer.Close(DerTag::kSequence, 0);
-    });
+    CDerWriter writer(room);
+    for (std::size_t i = cached.size(); i-- > 0;) {
+        const std::size_t end = writer.Size();
+        EncodeItem(*cached[i], writer);
+        writer.Close(DerTag::kOctetString, end);
+    }
+    writer.Close(DerTag::kSequence, 0);
+    return writer;
 }

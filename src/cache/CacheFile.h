@@ -49,4 +49,4 @@ class CCacheReader {
 bool IsCachedItem(const CPolicyItem& item, OVTraceNS::CTraceScope& scope) noexcept;
 
 // The body that holds the items of `items`. Raises 0x8007000E for want of memory.
-void EncodeCacheBody(const CPolicyMap& items, CCryptBlob& body, OVTraceNS::CTraceScope& scope);
+CDerWriter EncodeCacheBody(const CPolicyMap& items, OVTraceNS::CTraceScope& scope);

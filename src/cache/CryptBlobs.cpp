@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -9,22 +10,15 @@
 
 namespace {
 
-constexpr BYTE kTopBit = 0x80;
-
-// A number's bytes, the lowest first, into which the number's own lie already.
-template <class Number>
-CDerBytes BytesOf(const Number& number) noexcept {
-    static_assert(std::endian::native == std::endian::little);
-    return {reinterpret_cast<const BYTE*>(&number), sizeof number};
+void WriteInteger(CDerWriter& writer, ULONGLONG number, std::size_t length) {
+    const std::size_t end = writer.Size();
+    writer.Integer(number, length);
+    writer.Close(DerTag::kInteger, end);
 }
 
-// The shortest form: `fill` is what a byte at the top can be left out for, as long as the top bit still tells it.
-void WriteInteger(CDerWriter& writer, CDerBytes number, BYTE fill) noexcept {
-    const std::size_t end = writer.Size();
-    std::size_t count = number.size();
-    while (count > 1 && number[count - 1] == fill && (number[count - 2] & kTopBit) == (fill & kTopBit)) --count;
-    for (std::size_t i = 0; i < count; ++i) writer.Byte(number[i]);
-    writer.Close(DerTag::kInteger, end);
+// With a bit more than the number needs, for the sign.
+std::size_t LengthOf(ULONGLONG magnitude) noexcept {
+    return static_cast<std::size_t>(std::bit_width(magnitude)) / 8 + 1;
 }
 
 bool NumberFrom(CDerBytes content, std::size_t room, ULONGLONG& out) noexcept {
@@ -77,7 +71,7 @@ bool ScanDouble(std::string_view text, double& out) noexcept {
 
 }  // namespace
 
-void COVAnyBlob::Write(CDerWriter& writer, CDerBytes bytes) noexcept {
+void COVAnyBlob::Write(CDerWriter& writer, CDerBytes bytes) {
     const std::size_t end = writer.Size();
     writer.Bytes(bytes);
     writer.Close(DerTag::kOctetString, end);
@@ -100,7 +94,7 @@ void SwapGuid(const BYTE* from, BYTE* to) noexcept {
 
 }  // namespace
 
-void COVGUIDBlob::Write(CDerWriter& writer, const GUID& id) noexcept {
+void COVGUIDBlob::Write(CDerWriter& writer, const GUID& id) {
     BYTE bytes[sizeof id];
     SwapGuid(reinterpret_cast<const BYTE*>(&id), bytes);
     COVAnyBlob::Write(writer, bytes);
@@ -114,13 +108,8 @@ bool COVGUIDBlob::Read(CDerBytes element, GUID& out) noexcept {
     return true;
 }
 
-void COVIntBlob::Write(CDerWriter& writer, LONG number) noexcept {
-    Write(writer, BytesOf(number));
-}
-
-void COVIntBlob::Write(CDerWriter& writer, CDerBytes littleEndian) noexcept {
-    const bool negative = !littleEndian.empty() && (littleEndian.back() & kTopBit) != 0;
-    WriteInteger(writer, littleEndian, negative ? 0xFF : 0x00);
+void COVIntBlob::Write(CDerWriter& writer, LONG number) {
+    WriteInteger(writer, static_cast<DWORD>(number), LengthOf(static_cast<DWORD>(number < 0 ? ~number : number)));
 }
 
 bool COVIntBlob::Read(CDerBytes element, LONG& out) noexcept {
@@ -132,17 +121,8 @@ bool COVIntBlob::Read(CDerBytes element, LONG& out) noexcept {
     return true;
 }
 
-void COVULongBlob::Write(CDerWriter& writer, ULONGLONG number) noexcept {
-    Write(writer, BytesOf(number));
-}
-
-void COVULongBlob::Write(CDerWriter& writer, CDerBytes littleEndian) noexcept {
-    const std::size_t end = writer.Size();
-    std::size_t count = littleEndian.size();
-    while (count > 1 && littleEndian[count - 1] == 0) --count;
-    for (std::size_t i = 0; i < count; ++i) writer.Byte(littleEndian[i]);
-    if (count > 0 && (littleEndian[count - 1] & kTopBit)) writer.Byte(0);
-    writer.Close(DerTag::kInteger, end);
+void COVULongBlob::Write(CDerWriter& writer, ULONGLONG number) {
+    WriteInteger(writer, number, LengthOf(number));
 }
 
 bool COVULongBlob::Read(CDerBytes element, ULONGLONG& out, std::size_t room) noexcept {
@@ -163,11 +143,11 @@ bool ReadNameValue(CDerBytes element, CNameValue& out) noexcept {
     return true;
 }
 
-void COVWStrBlob::Write(CDerWriter& writer, const WCHAR* text, std::size_t length) noexcept {
+void COVWStrBlob::Write(CDerWriter& writer, const WCHAR* text, std::size_t length) {
     const std::size_t end = writer.Size();
     if (text) {
-        writer.Byte(0);
-        writer.Byte(0);
+        constexpr WCHAR kNul = 0;
+        writer.Units(&kNul, 1);
         writer.Units(text, length);
     }
     writer.Close(DerTag::kBmpString, end);

@@ -16,27 +16,26 @@
 #include "cache/Der.h"
 
 struct COVAnyBlob {
-    static void Write(CDerWriter& writer, CDerBytes bytes) noexcept;
+    static void Write(CDerWriter& writer, CDerBytes bytes);
     static bool Read(CDerBytes element, CDerBytes& out) noexcept;  // `out` points into the element
 };
 
 struct COVGUIDBlob {
-    static void Write(CDerWriter& writer, const GUID& id) noexcept;
+    static void Write(CDerWriter& writer, const GUID& id);
     // Of any other length than 16 the GUID of zeros.
     static bool Read(CDerBytes element, GUID& out) noexcept;
 };
 
-// Read gives a number of up to `room` bytes; anything longer, or nothing, is 0.
 struct COVIntBlob {
-    static void Write(CDerWriter& writer, LONG number) noexcept;
-    static void Write(CDerWriter& writer, CDerBytes littleEndian) noexcept;
-    // The bytes as they stand, in a number that begins as 0: the sign of a short one is not carried on.
+    static void Write(CDerWriter& writer, LONG number);
+    // The bytes as they stand, in a number that begins as 0: the sign of a short one is not carried on. More than four
+    // bytes are 0.
     static bool Read(CDerBytes element, LONG& out) noexcept;
 };
 
 struct COVULongBlob {
-    static void Write(CDerWriter& writer, ULONGLONG number) noexcept;
-    static void Write(CDerWriter& writer, CDerBytes littleEndian) noexcept;
+    static void Write(CDerWriter& writer, ULONGLONG number);
+    // A number of up to `room` bytes; anything longer is 0.
     static bool Read(CDerBytes element, ULONGLONG& out, std::size_t room) noexcept;
 };
 
@@ -63,7 +62,7 @@ struct CNameValue {
 bool ReadNameValue(CDerBytes element, CNameValue& out) noexcept;
 
 struct COVWStrBlob {
-    static void Write(CDerWriter& writer, const WCHAR* text, std::size_t length) noexcept;  // null for no text
+    static void Write(CDerWriter& writer, const WCHAR* text, std::size_t length);  // null for no text
     // Of any string type but octets, up to its first NUL.
     static bool Read(CDerBytes element, wstr& out);
 };

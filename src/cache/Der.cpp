@@ -1,25 +1,27 @@
 #include "cache/Der.h"
 
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "module/Failure.h"
 
 namespace {
 
-constexpr std::size_t kLongestShortForm = 0x7F;
 constexpr BYTE kLongForm = 0x80;
 
-// Four units at once: their bytes change places.
+// Eight units at once: their bytes change places.
 void CopySwapped(const WCHAR* units, std::size_t count, BYTE* out) noexcept {
-    constexpr std::size_t kAtOnce = sizeof(ULONGLONG) / sizeof(WCHAR);
-    constexpr ULONGLONG kLower = 0x00FF00FF00FF00FFull;
+    using Block = std::uint16_t __attribute__((vector_size(16)));
+    constexpr std::size_t kAtOnce = sizeof(Block) / sizeof(WCHAR);
     std::size_t i = 0;
     for (; i + kAtOnce <= count; i += kAtOnce) {
-        ULONGLONG four;
-        std::memcpy(&four, units + i, sizeof four);
-        four = (four & kLower) << 8 | (four >> 8 & kLower);
-        std::memcpy(out + i * sizeof(WCHAR), &four, sizeof four);
+        Block block;
+        std::memcpy(&block, units + i, sizeof block);
+        block = block << 8 | block >> 8;
+        std::memcpy(out + i * sizeof(WCHAR), &block, sizeof block);
     }
     for (; i < count; ++i) {
         out[2 * i] = static_cast<BYTE>(units[i] >> 8);
@@ -35,33 +37,45 @@ void CCryptBlob::Allocate(std::size_t size) {
     if (!m_bytes) throw _com_error(E_OUTOFMEMORY);
 }
 
-void CDerWriter::Bytes(CDerBytes bytes) noexcept {
-    m_size += bytes.size();
-    if (m_end && !bytes.empty()) std::memcpy(Front(), bytes.data(), bytes.size());
+void CDerWriter::Grow(std::size_t size) {
+    const CDerBytes written = Written();
+    CCryptBlob larger;
+    larger.Allocate(written.size() + written.size() / 2 + size);
+    const std::size_t front = larger.Bytes().size() - written.size();
+    if (!written.empty()) std::memcpy(larger.Bytes().data() + front, written.data(), written.size());
+    m_room = std::move(larger);
+    m_front = front;
 }
 
-void CDerWriter::Units(const WCHAR* units, std::size_t count) noexcept {
-    m_size += count * sizeof(WCHAR);
-    if (m_end) CopySwapped(units, count, Front());
+void CDerWriter::Bytes(CDerBytes bytes) {
+    if (!bytes.empty()) std::memcpy(Prepend(bytes.size()), bytes.data(), bytes.size());
 }
 
-void CDerWriter::Close(DerTag tag, std::size_t end) noexcept {
-    const std::size_t length = m_size - end;
-    if (length <= kLongestShortForm) {
-        Byte(static_cast<BYTE>(length));
-    } else {
-        BYTE count = 0;
-        for (std::size_t rest = length; rest != 0; rest >>= 8, ++count) Byte(static_cast<BYTE>(rest));
-        Byte(kLongForm | count);
-    }
-    Byte(static_cast<BYTE>(tag));
+void CDerWriter::Units(const WCHAR* units, std::size_t count) {
+    CopySwapped(units, count, Prepend(count * sizeof(WCHAR)));
+}
+
+void CDerWriter::Integer(ULONGLONG number, std::size_t length) {
+    // All nine bytes at once, of which those that are not wanted are given back.
+    BYTE all[1 + sizeof number] = {};
+    for (std::size_t i = 0; i < sizeof number; ++i) all[sizeof number - i] = static_cast<BYTE>(number >> (8 * i));
+    std::memcpy(Prepend(sizeof all), all, sizeof all);
+    m_front += sizeof all - length;
+}
+
+void CDerWriter::CloseLong(DerTag tag, std::size_t length) {
+    const std::size_t count = (static_cast<std::size_t>(std::bit_width(length)) + 7) / 8;
+    Integer(length, count);
+    BYTE* const head = Prepend(2);
+    head[0] = static_cast<BYTE>(tag);
+    head[1] = static_cast<BYTE>(kLongForm | count);
 }
 
 std::optional<DerElement> ReadElement(CDerBytes bytes) noexcept {
     if (bytes.size() < 2) return std::nullopt;
     std::size_t head = 2;
     std::size_t length = bytes[1];
-    if (length > kLongestShortForm) {
+    if (length >= kLongForm) {
         const std::size_t count = length - kLongForm;
         if (count == 0 || count > sizeof(DWORD) || bytes.size() - head < count) return std::nullopt;
         length = 0;

@@ -30,7 +30,7 @@ enum class DerTag : BYTE {
 // An owned block of bytes. Raises 0x8007000E when it cannot be had.
 class CCryptBlob {
   public:
-    void Allocate(std::size_t size);  // what it holds then is not set
+    void Allocate(std::size_t size);  // what it held is gone, and what it holds is not set
     std::span<BYTE> Bytes() noexcept { return {m_bytes.get(), m_size}; }
     CDerBytes Bytes() const noexcept { return {m_bytes.get(), m_size}; }
 
@@ -46,41 +46,42 @@ class CCryptBlob {
 //   ... the elements, last one first ...
 //   writer.Close(DerTag::kSequence, end);
 //
-// A writer without room only counts. What has been counted is the room that the same calls then fill.
+// It grows by half when its room is used up. Raises 0x8007000E when that cannot be had.
 class CDerWriter {
   public:
-    CDerWriter() noexcept = default;
-    explicit CDerWriter(std::span<BYTE> room) noexcept : m_end(room.data() + room.size()) {}
+    explicit CDerWriter(std::size_t room = 256) : m_front(room) { m_room.Allocate(room); }
 
-    std::size_t Size() const noexcept { return m_size; }
+    std::size_t Size() const noexcept { return m_room.Bytes().size() - m_front; }
+    CDerBytes Written() const noexcept { return m_room.Bytes().subspan(m_front); }
 
-    // In front of all that was written.
-    void Byte(BYTE byte) noexcept {
-        ++m_size;
-        if (m_end) *Front() = byte;
-    }
-    void Bytes(CDerBytes bytes) noexcept;
-    void Units(const WCHAR* units, std::size_t count) noexcept;  // the upper byte of each first
+    // All of these go in front of what was written.
+    void Bytes(CDerBytes bytes);
+    void Integer(ULONGLONG number, std::size_t length);  // its lower bytes, the upper one first; a ninth is 0
+    void Units(const WCHAR* units, std::size_t count);   // the upper byte of each first
 
     // Tag and length in front of what was written since the size was `end`.
-    void Close(DerTag tag, std::size_t end) noexcept;
+    void Close(DerTag tag, std::size_t end) {
+        const std::size_t length = Size() - end;
+        if (length > kLongestShortForm) return CloseLong(tag, length);
+        BYTE* const head = Prepend(2);
+        head[0] = static_cast<BYTE>(tag);
+        head[1] = static_cast<BYTE>(length);
+    }
 
   private:
-    BYTE* Front() const noexcept { return m_end - m_size; }
+    static constexpr std::size_t kLongestShortForm = 0x7F;
 
-    BYTE* m_end = nullptr;
-    std::size_t m_size = 0;
+    BYTE* Prepend(std::size_t size) {
+        if (m_front < size) Grow(size);
+        m_front -= size;
+        return m_room.Bytes().data() + m_front;
+    }
+    void CloseLong(DerTag tag, std::size_t length);
+    void Grow(std::size_t size);
+
+    CCryptBlob m_room;
+    std::size_t m_front;  // where what was written begins
 };
-
-// Encodes what `write` writes into one block of just that size.
-template <class Write>
-void EncodeInto(CCryptBlob& out, Write write) {
-    CDerWriter count;
-    write(count);
-    out.Allocate(count.Size());
-    CDerWriter writer(out.Bytes());
-    write(writer);
-}
 
 struct DerElement {
     DerTag tag;

@@ -99,12 +99,11 @@ HRESULT CServerInfo::Save() noexcept {
             RaiseIfFailed(Create(name.c_str(), &made));
             file = CFileHandle(made);
         }
-        CCryptBlob body;
-        EncodeCacheBody(m_machineItems, body, scope);
+        const CDerWriter body = EncodeCacheBody(m_machineItems, scope);
         MoveToStart(file);
-        WriteAll(file, body.Bytes());
-        scope.Print("Blob size is %d", static_cast<DWORD>(body.Bytes().size()));
-        const CCacheDigest digest = CacheDigestOf(body.Bytes());
+        WriteAll(file, body.Written());
+        scope.Print("Blob size is %d", static_cast<DWORD>(body.Size()));
+        const CCacheDigest digest = CacheDigestOf(body.Written());
         WriteAll(file, digest);
         scope.Print("Hash size is %d", static_cast<DWORD>(digest.size()));
         FlushFileBuffers(file.Get());

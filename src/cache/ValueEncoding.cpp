@@ -16,8 +16,6 @@ GUID GuidOf(const OV_SERVER_VALUE& value) noexcept {
     return id;
 }
 
-void WriteValue(CDerWriter& writer, const CPolicyValue& value);
-
 // Last one first, as the writer wants it.
 void WriteContent(CDerWriter& writer, const CPolicyValue& value) {
     const OV_SERVER_VALUE& raw = value.Raw();
@@ -46,19 +44,12 @@ void WriteContent(CDerWriter& writer, const CPolicyValue& value) {
             return COVULongBlob::Write(writer, value.Number());
         case OV_TYPE_ARRAY: {
             const std::span<const CPolicyValue> elements = value.Elements();
-            for (std::size_t i = elements.size(); i-- > 0;) WriteValue(writer, elements[i]);
+            for (std::size_t i = elements.size(); i-- > 0;) EncodeValue(elements[i], writer);
             return COVULongBlob::Write(writer, elements.size());
         }
         default:
             return;
     }
-}
-
-void WriteValue(CDerWriter& writer, const CPolicyValue& value) {
-    const std::size_t end = writer.Size();
-    WriteContent(writer, value);
-    COVULongBlob::Write(writer, value.Type());
-    writer.Close(DerTag::kSequence, end);
 }
 
 // What damage may cost: of one decoded item, whatever arrays it has in it.
@@ -151,19 +142,18 @@ void CValueDecoder::DecodeArray(CAnySequence& sequence, CPolicyValue& value) {
 
 }  // namespace
 
-void EncodeValue(const CPolicyValue& value, CCryptBlob& out) {
-    EncodeInto(out, [&](CDerWriter& writer) { WriteValue(writer, value); });
+void EncodeValue(const CPolicyValue& value, CDerWriter& out) {
+    const std::size_t end = out.Size();
+    WriteContent(out, value);
+    COVULongBlob::Write(out, value.Type());
+    out.Close(DerTag::kSequence, end);
 }
 
-void WriteItem(CDerWriter& writer, const CPolicyItem& item) {
-    const std::size_t end = writer.Size();
-    WriteValue(writer, item.value);
-    COVWStrBlob::Write(writer, item.name.c_str(), item.name.size());
-    writer.Close(DerTag::kSequence, end);
-}
-
-void EncodeItem(const CPolicyItem& item, CCryptBlob& out) {
-    EncodeInto(out, [&](CDerWriter& writer) { WriteItem(writer, item); });
+void EncodeItem(const CPolicyItem& item, CDerWriter& out) {
+    const std::size_t end = out.Size();
+    EncodeValue(item.value, out);
+    COVWStrBlob::Write(out, item.name.c_str(), item.name.size());
+    out.Close(DerTag::kSequence, end);
 }
 
 void DecodeValue(CDerBytes encoded, CPolicyValue& value) {

@@ -20,9 +20,9 @@
 #include "store/PolicyValue.h"
 
 // Encoding raises 0x8007000E for want of memory, and 0x80070057 for a value of type 7 that is no time.
-void EncodeValue(const CPolicyValue& value, CCryptBlob& out);
-void EncodeItem(const CPolicyItem& item, CCryptBlob& out);
-void WriteItem(CDerWriter& writer, const CPolicyItem& item);
+// The element goes in front of what `out` holds.
+void EncodeValue(const CPolicyValue& value, CDerWriter& out);
+void EncodeItem(const CPolicyItem& item, CDerWriter& out);
 
 // Decoding is tolerant: what cannot be decoded is 0 or empty, and bytes that are no encoding at all give a value of
 // type 0. What it raises is a failed time's 0x80070057 or 0x80093103, or the want of memory.

@@ -203,10 +203,9 @@ TEST_F(CacheFile, WhateverADigestVouchesFor) {
         for (int i = 0; i < 3; ++i) nested.value.Append(CPolicyValue(nested.value));
         return nested;
     }());
-    CCryptBlob blob;
     OVTraceNS::CTraceScope scope("mutations", 0);
-    EncodeCacheBody(Store(), blob, scope);
-    const std::string body(blob.Bytes().begin(), blob.Bytes().end());
+    const CDerWriter written = EncodeCacheBody(Store(), scope);
+    const std::string body(written.Written().begin(), written.Written().end());
     const char* const asked = std::getenv("OV_MUTATIONS");
     const int rounds = asked ? std::atoi(asked) : 1'000;
     std::mt19937 dice(20261123);

@@ -29,9 +29,9 @@ std::string Input(const std::string& in) {
 
 template <class Write>
 std::string Encoded(Write write) {
-    CCryptBlob blob;
-    EncodeInto(blob, write);
-    return Text(blob.Bytes());
+    CDerWriter writer(1);  // so that it has to grow
+    write(writer);
+    return Text(writer.Written());
 }
 
 std::uint32_t Fnv1a(const std::string& bytes) {
@@ -56,10 +56,15 @@ TEST(DerVectors, Encodings) {
     for (const vectors::Row& row : vectors::LoadWhere("der.jsonl", "op", "enc_blob")) {
         const std::string in = Input(row["in"]);
         const int type = row["type"];
+        // Numbers are written of 4 and 8 bytes.
+        if (type != 25 && in.size() > (type == 28 ? 4 : 8)) continue;
+        const bool negative = type == 28 && !in.empty() && in.back() < 0;
+        ULONGLONG number = negative ? ~0ull : 0;
+        for (std::size_t i = in.size(); i-- > 0;) number = number << 8 | static_cast<BYTE>(in[i]);
         Check(row, Encoded([&](CDerWriter& writer) {
                   if (type == 25) COVAnyBlob::Write(writer, Bytes(in));
-                  if (type == 28) COVIntBlob::Write(writer, Bytes(in));
-                  if (type == 38) COVULongBlob::Write(writer, Bytes(in));
+                  if (type == 28) COVIntBlob::Write(writer, static_cast<LONG>(number));
+                  if (type == 38) COVULongBlob::Write(writer, number);
               }));
     }
     int texts = 0;
@@ -92,9 +97,9 @@ TEST(DerVectors, Times) {
         const FILETIME time = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
         Check(row, Encoded([&](CDerWriter& writer) { CTimeBlob::Write(writer, time); }));
     }
-    CDerWriter counting;
-    EXPECT_THROW(CTimeBlob::Write(counting, {0, 0x80000000}), _com_error);
-    EXPECT_THROW(CTimeBlob::Write(counting, {0xFFFFFFFF, 0x7FFFFFFF}), _com_error) << "a year of five digits";
+    CDerWriter writer;
+    EXPECT_THROW(CTimeBlob::Write(writer, {0, 0x80000000}), _com_error);
+    EXPECT_THROW(CTimeBlob::Write(writer, {0xFFFFFFFF, 0x7FFFFFFF}), _com_error) << "a year of five digits";
 }
 
 struct Read {
@@ -232,27 +237,27 @@ TEST(ValueEncoding, EachTypeBothWays) {
     };
     for (const auto& [value, encoded] : cases) {
         SCOPED_TRACE(encoded);
-        CCryptBlob blob;
+        CDerWriter blob;
         EncodeValue(value, blob);
-        EXPECT_EQ(Text(blob.Bytes()), FromHex(encoded));
+        EXPECT_EQ(Text(blob.Written()), FromHex(encoded));
         CPolicyValue decoded = Number(OV_TYPE_QWORD, 77);
-        DecodeValue(blob.Bytes(), decoded);
+        DecodeValue(blob.Written(), decoded);
         ASSERT_EQ(decoded.Type(), value.Type());
-        CCryptBlob again;
+        CDerWriter again;
         EncodeValue(decoded, again);
-        EXPECT_EQ(Text(again.Bytes()), Text(blob.Bytes()));
+        EXPECT_EQ(Text(again.Written()), Text(blob.Written()));
     }
-    CCryptBlob item;
+    CDerWriter item;
     EncodeItem({W("A"), Number(OV_TYPE_DWORD, 1)}, item);
-    EXPECT_EQ(Text(item.Bytes()), FromHex("30 0E 1E 04 00 41 00 00 30 06 02 01 04 02 01 01"));
+    EXPECT_EQ(Text(item.Written()), FromHex("30 0E 1E 04 00 41 00 00 30 06 02 01 04 02 01 01"));
 }
 
 TEST(ValueEncoding, DoublesComeBack) {
     for (const double number : {0.0, -0.0, 0.1, 1e300, -5e-324, 1.7976931348623157e308, 1234567.875}) {
-        CCryptBlob blob;
+        CDerWriter blob;
         EncodeValue(Made([&](auto& value) { value.SetDouble(number); }), blob);
         CPolicyValue decoded;
-        DecodeValue(blob.Bytes(), decoded);
+        DecodeValue(blob.Written(), decoded);
         EXPECT_EQ(decoded.Number(), Made([&](auto& value) { value.SetDouble(number); }).Number()) << number;
     }
 }

@@ -81,9 +81,7 @@ std::vector<std::string> CCacheView::Findings() const {
         }
         if (!map.Insert(m_items[i])) findings.push_back(which + "a name that was there before");
     }
-    CCryptBlob again;
-    EncodeCacheBody(map, again, scope);
-    if (findings.empty() && !IsSame(again.Bytes(), Body())) {
+    if (findings.empty() && !IsSame(EncodeCacheBody(map, scope).Written(), Body())) {
         findings.push_back("not written as the component writes these items");
     }
     return findings;
