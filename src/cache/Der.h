@@ -90,7 +90,7 @@ struct DerElement {
 };
 
 // The first element of `bytes`; what follows it does not matter. Nothing for an indefinite length, one of more than
-// four bytes, and one that goes beyond `bytes`. Lengths that could be shorter are taken.
+// four bytes, and one that goes beyond `bytes`. Lengths that could be shorter are taken, but for one of 0.
 std::optional<DerElement> ReadElement(CDerBytes bytes) noexcept;
 // Its content, if it has that tag.
 std::optional<CDerBytes> ReadContent(CDerBytes bytes, DerTag tag) noexcept;
