@@ -1,8 +1,6 @@
 // Names of accounts and their SIDs.
 #include "win/account.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -13,12 +11,6 @@
 #include "win/security.h"
 
 namespace {
-
-std::u16string HostName() {
-    char name[256] = {};
-    gethostname(name, sizeof name - 1);
-    return FromUtf8(name);
-}
 
 struct CAccountText {
     std::u16string name;

@@ -32,6 +32,12 @@ const CWellKnown* WellKnownNamed(std::u16string_view domain, std::u16string_view
     return found == std::end(kAccounts) ? nullptr : found;
 }
 
+std::u16string HostName() {
+    char name[256] = {};
+    gethostname(name, sizeof name - 1);
+    return FromUtf8(name);
+}
+
 bool IsThisComputer(std::u16string_view name) noexcept {
     char host[256] = {};
     gethostname(host, sizeof host - 1);

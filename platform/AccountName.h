@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "Sid.h"
@@ -30,6 +31,8 @@ struct CAccountName {
     std::u16string_view name;
 };
 
+// The name of this computer. Raises std::bad_alloc.
+std::u16string HostName();
 // Whether that is the name of this computer, or the dot that stands for it.
 bool IsThisComputer(std::u16string_view name) noexcept;
 

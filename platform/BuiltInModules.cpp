@@ -7,6 +7,7 @@
 #include "Home.h"
 #include "userenv.h"
 #include "win/registry.h"
+#include "win/security.h"
 #include "winternl.h"
 
 namespace {
@@ -36,9 +37,19 @@ Export ntdllExports[] = {
 };
 
 Export advapi32Exports[] = {
-    OV_EXPORT(RegCloseKey),     OV_EXPORT(RegCreateKeyExW),  OV_EXPORT(RegDeleteKeyExW),  OV_EXPORT(RegDeleteKeyW),
-    OV_EXPORT(RegDeleteValueW), OV_EXPORT(RegEnumKeyExW),    OV_EXPORT(RegEnumValueW),    OV_EXPORT(RegOpenCurrentUser),
-    OV_EXPORT(RegOpenKeyExW),   OV_EXPORT(RegQueryInfoKeyW), OV_EXPORT(RegQueryValueExW), OV_EXPORT(RegSetValueExW),
+    OV_EXPORT(RegCloseKey),
+    OV_EXPORT(RegCreateKeyExW),
+    OV_EXPORT(RegDeleteKeyExW),
+    OV_EXPORT(RegDeleteKeyW),
+    OV_EXPORT(RegDeleteValueW),
+    OV_EXPORT(RegEnumKeyExW),
+    OV_EXPORT(RegEnumValueW),
+    OV_EXPORT(RegOpenCurrentUser),
+    OV_EXPORT(RegOpenKeyExW),
+    OV_EXPORT(RegQueryInfoKeyW),
+    OV_EXPORT(RegQueryValueExW),
+    OV_EXPORT(RegSetValueExW),
+    OV_EXPORT(AccessCheckByTypeResultList),
 };
 
 Export userenvExports[] = {

@@ -94,6 +94,7 @@ Found Lookup(const std::string& path, int file, DWORD& error) noexcept {
 struct CRequest {
     std::string path;
     int flags;
+    int lock;  // of whoever shares the file, or of one alone
     DWORD disposition;
     bool hidden;
     const SECURITY_ATTRIBUTES* security;
@@ -101,15 +102,18 @@ struct CRequest {
 
 DWORD CheckRequest(DWORD access, DWORD share, DWORD disposition, DWORD attributes, HANDLE templateFile) noexcept {
     constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+    constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
     const bool cuts = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-    const bool served = (access == kReadWrite || (access == GENERIC_READ && !cuts)) && share == 0 && !templateFile &&
-                        (cuts || disposition == OPEN_EXISTING) &&
-                        !(attributes & ~(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NORMAL));
+    const bool alone = (access == kReadWrite || (access == GENERIC_READ && !cuts)) && share == 0 &&
+                       (cuts || disposition == OPEN_EXISTING);
+    const bool appends = access == FILE_APPEND_DATA && share == kShared && disposition == OPEN_ALWAYS;
+    const bool served =
+        (alone || appends) && !templateFile && !(attributes & ~(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NORMAL));
     return served ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
-DWORD LockNow(int file) noexcept {
-    while (flock(file, LOCK_EX | LOCK_NB) != 0) {
+DWORD LockNow(int file, int lock) noexcept {
+    while (flock(file, lock | LOCK_NB) != 0) {
         if (errno != EINTR) return LastError();
     }
     return ERROR_SUCCESS;
@@ -121,7 +125,7 @@ DWORD OpenPresent(const CRequest& request, CFile& file) {
         // Nothing here waits: a pipe without a partner would.
         file.Reset(open(request.path.c_str(), request.flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         if (!file) return errno == ENOENT ? MissingError(request.path) : LastError();
-        if (const DWORD error = LockNow(file.Get())) return error;
+        if (const DWORD error = LockNow(file.Get(), request.lock)) return error;
         DWORD error = ERROR_SUCCESS;
         const Found found = Lookup(request.path, file.Get(), error);
         if (found == Found::kIsNot) return error;
@@ -134,14 +138,15 @@ DWORD MakeNew(const CRequest& request, CFile& file) {
     if (const DWORD error = ModeOfNewFile(request.security, mode)) return error;
     file.Reset(open(request.path.c_str(), request.flags | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file) return errno == ENOENT ? static_cast<DWORD>(ERROR_PATH_NOT_FOUND) : LastError();
-    if (const DWORD error = LockNow(file.Get())) return error;
+    if (const DWORD error = LockNow(file.Get(), request.lock)) return error;
     if (request.hidden) fsetxattr(file.Get(), kHidden, "1", 1, 0);  // not every file system has such attributes
     return fchmod(file.Get(), mode) == 0 ? ERROR_SUCCESS : LastError();
 }
 
-// Cut only when the lock is held: whoever holds it may be writing.
-DWORD OpenAndCut(const CRequest& request, CFile& file) {
+// A file that is there, cut if that is asked for, and only when the lock is held: whoever holds it may be writing.
+DWORD OpenFor(const CRequest& request, CFile& file) {
     if (const DWORD error = OpenPresent(request, file)) return error;
+    if (request.disposition == OPEN_ALWAYS) return ERROR_SUCCESS;
     const bool anew = request.disposition == CREATE_ALWAYS;
     if (anew && !request.hidden && IsHidden(request.path)) return ERROR_ACCESS_DENIED;
     if (ftruncate(file.Get(), 0) != 0) return LastError();
@@ -152,11 +157,11 @@ DWORD OpenAndCut(const CRequest& request, CFile& file) {
 DWORD OpenAs(const CRequest& request, CFile& file, bool& existed) {
     if (request.path.empty()) return ERROR_PATH_NOT_FOUND;
     if (request.disposition == OPEN_EXISTING) return OpenPresent(request, file);
-    if (request.disposition == TRUNCATE_EXISTING) return OpenAndCut(request, file);
+    if (request.disposition == TRUNCATE_EXISTING) return OpenFor(request, file);
     for (;;) {
         const DWORD made = MakeNew(request, file);
         if (made != ERROR_FILE_EXISTS) return made;
-        const DWORD opened = OpenAndCut(request, file);
+        const DWORD opened = OpenFor(request, file);
         existed = opened == ERROR_SUCCESS;
         if (opened != ERROR_FILE_NOT_FOUND) return opened;
     }
@@ -194,8 +199,12 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     bool existed = false;
     const BOOL opened = Succeeds([&]() -> DWORD {
         if (const DWORD error = CheckRequest(access, share, disposition, attributes, templateFile)) return error;
-        const CRequest request = {path ? PosixPath(path) : std::string(), (access & GENERIC_WRITE) ? O_RDWR : O_RDONLY,
-                                  disposition, (attributes & FILE_ATTRIBUTE_HIDDEN) != 0, security};
+        const int flags = access == FILE_APPEND_DATA ? O_WRONLY | O_APPEND
+                          : (access & GENERIC_WRITE) ? O_RDWR
+                                                     : O_RDONLY;
+        const CRequest request = {
+            path ? PosixPath(path) : std::string(),    flags,   share ? LOCK_SH : LOCK_EX, disposition,
+            (attributes & FILE_ATTRIBUTE_HIDDEN) != 0, security};
         CFile file;
         if (const DWORD error = OpenAs(request, file, existed)) return error;
         const HANDLE made = OpenHandle(std::make_shared<COpenFile>(std::move(file)));
@@ -203,7 +212,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
         handle = made;
         return ERROR_SUCCESS;
     });
-    if (opened && disposition == CREATE_ALWAYS) {
+    if (opened && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)) {
         SetLastError(existed ? static_cast<DWORD>(ERROR_ALREADY_EXISTS) : static_cast<DWORD>(ERROR_SUCCESS));
     }
     return handle;
@@ -264,7 +273,8 @@ BOOL WINAPI DeleteFileW(LPCWSTR path) {
         if (S_ISDIR(info.st_mode)) return ERROR_ACCESS_DENIED;
         CFile file;
         if (S_ISREG(info.st_mode)) {
-            if (const DWORD error = OpenPresent({name, O_RDWR, OPEN_EXISTING, false, nullptr}, file)) return error;
+            if (const DWORD error = OpenPresent({name, O_RDWR, LOCK_EX, OPEN_EXISTING, false, nullptr}, file))
+                return error;
         }
         return unlink(name.c_str()) == 0 ? ERROR_SUCCESS : LastError();
     });

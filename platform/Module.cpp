@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "BuiltInModules.h"
+#include "StringTable.h"
 #include "Utf8.h"
 
 namespace fs = std::filesystem;
@@ -160,6 +161,15 @@ HMODULE FindLoaded(LPCWSTR name) {
     return Failed(ERROR_MOD_NOT_FOUND, HMODULE{});
 }
 
+// A built-in module by its bare name, or by its path in the system's folder.
+HMODULE BuiltInNamed(std::u16string_view name) {
+    const std::size_t slash = name.find_last_of(u"\\/");
+    if (slash == name.npos) return FindBuiltInModule(name);
+    std::string folder = ToUtf8(name.substr(0, slash));
+    std::replace(folder.begin(), folder.end(), '\\', '/');
+    return folder == LayerFolder().native() ? FindBuiltInModule(name.substr(slash + 1)) : nullptr;
+}
+
 DWORD CopyPath(const std::u16string& text, LPWSTR path, DWORD room) noexcept {
     if (room == 0) return Failed(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
     const std::size_t length = std::min<std::size_t>(text.size(), room - 1);
@@ -173,13 +183,15 @@ DWORD CopyPath(const std::u16string& text, LPWSTR path, DWORD room) noexcept {
 
 HMODULE WINAPI LoadLibraryW(LPCWSTR name) {
     if (!name) return Failed(ERROR_INVALID_PARAMETER, HMODULE{});
-    if (HMODULE builtIn = FindBuiltInModule(name)) return builtIn;
-    return Guarded([name] { return Load(name); });
+    return Guarded([name] {
+        const HMODULE builtIn = BuiltInNamed(name);
+        return builtIn ? builtIn : Load(name);
+    });
 }
 
 BOOL WINAPI FreeLibrary(HMODULE module) {
     if (!module) return Failed(ERROR_INVALID_HANDLE, FALSE);
-    if (IsBuiltInModule(module)) return TRUE;
+    if (IsBuiltInModule(module) || FreeStringTable(module)) return TRUE;
     return Guarded([module]() -> BOOL {
         if (LoadedObject(module) && dlclose(module) == 0) return TRUE;
         return Failed(ERROR_MOD_NOT_FOUND, FALSE);
@@ -204,8 +216,10 @@ FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
 
 HMODULE WINAPI GetModuleHandleW(LPCWSTR name) {
     if (!name) return HandleOf(Program());
-    if (HMODULE builtIn = FindBuiltInModule(name)) return builtIn;
-    return Guarded([name] { return FindLoaded(name); });
+    return Guarded([name] {
+        const HMODULE builtIn = BuiltInNamed(name);
+        return builtIn ? builtIn : FindLoaded(name);
+    });
 }
 
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD room) {

@@ -201,6 +201,12 @@ BOOL WINAPI ConvertSidToStringSidW(PSID sid, LPWSTR* text) {
     });
 }
 
+void* WINAPI LocalAlloc(UINT flags, SIZE_T size) {
+    void* const block = flags == LMEM_FIXED ? std::malloc(size ? size : 1) : nullptr;
+    if (!block) SetLastError(flags == LMEM_FIXED ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_PARAMETER);
+    return block;
+}
+
 void* WINAPI LocalFree(void* block) {
     std::free(block);
     return nullptr;

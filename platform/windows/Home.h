@@ -50,6 +50,11 @@ inline DWORD OvBeginCallOfSids(const LPCWSTR*, DWORD, DWORD) {
 }
 inline void OvEndCall() {}
 
+// The system's own log takes messages of registered sources alone; who debugs sees the line.
+inline void OvSystemLog(const char* line, BOOL) {
+    OutputDebugStringA(line);
+}
+
 // Nor does it tell where a node stood.
 struct IXMLDOMNode;
 inline BOOL OvNodePosition(IXMLDOMNode*, DWORD*, DWORD*) {

@@ -39,4 +39,6 @@ OVLAYER_API BOOL WINAPI LookupAccountNameW(LPCWSTR system, LPCWSTR account, PSID
 OVLAYER_API BOOL WINAPI ConvertSidToStringSidW(PSID sid, LPWSTR* text);
 
 // Null: blocks of the layer's own are freed at once.
+#define LMEM_FIXED 0
+OVLAYER_API void* WINAPI LocalAlloc(UINT flags, SIZE_T size);  // LMEM_FIXED alone; null without memory
 OVLAYER_API void* WINAPI LocalFree(void* block);

@@ -2,18 +2,22 @@
 //
 // Paths    either separator; the rest is a path of this system.
 // Errors   by the last error.
-// Locks    a file is opened for one handle alone: while one is open, whoever else opens it, here or in another process,
-//          gets ERROR_SHARING_VIOLATION (32). Who goes round this layer is not kept out.
+// Locks    a file that is opened without sharing is that handle's alone: while it is open, whoever else opens it, here
+// or
+//          in another process, gets ERROR_SHARING_VIOLATION (32). Who goes round this layer is not kept out.
 #pragma once
 
 #include "win/types.h"
 
-#define GENERIC_READ 0x80000000u
-#define GENERIC_WRITE 0x40000000u
+#define FILE_APPEND_DATA 0x4u
 #define FILE_ALL_ACCESS 0x1F01FFu
+
+#define FILE_SHARE_READ 1
+#define FILE_SHARE_WRITE 2
 
 #define CREATE_ALWAYS 2
 #define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
 #define TRUNCATE_EXISTING 5
 
 #define FILE_ATTRIBUTE_READONLY 0x01u
@@ -29,11 +33,12 @@
 #define ERROR_IO_DEVICE 1117
 #define ERROR_INVALID_OWNER 1307
 
-// INVALID_HANDLE_VALUE on a failure. Served: GENERIC_READ with or without GENERIC_WRITE, no sharing, the three
-// dispositions above (the two that cut a file want GENERIC_WRITE), the attributes hidden and normal, no template. A
-// file that is cut keeps its attributes and its owner; CREATE_ALWAYS over a hidden file that does not ask for a hidden
-// one gives 5, over any other success with the last error ERROR_ALREADY_EXISTS (183). What is no plain file gives 5, as
-// does a symbolic link that a stranger put there.
+// INVALID_HANDLE_VALUE on a failure. Served: GENERIC_READ with or without GENERIC_WRITE, no sharing, CREATE_ALWAYS,
+// OPEN_EXISTING and TRUNCATE_EXISTING (the two that cut a file want GENERIC_WRITE); FILE_APPEND_DATA alone, shared for
+// reading and writing, OPEN_ALWAYS: each WriteFile goes behind whatever the file holds then. The attributes are hidden
+// and normal, and there is no template. A file that is cut keeps its attributes and its owner; CREATE_ALWAYS over a
+// hidden file that does not ask for a hidden one gives 5, over any other success with the last error
+// ERROR_ALREADY_EXISTS (183). What is no plain file gives 5, as does a symbolic link that a stranger put there.
 //
 // Of the security of a new file this system keeps an owner and a mode: the owner, who must be the user of this process
 // or nobody named (else 1307), reads and writes if the access list lets that user; all others if it lets Everyone.

@@ -14,13 +14,16 @@
 #define ERROR_BAD_LENGTH 24
 #define ERROR_NO_TOKEN 1008
 #define ERROR_UNKNOWN_REVISION 1305
+#define ERROR_NO_IMPERSONATION_TOKEN 1309
 #define ERROR_REVISION_MISMATCH 1306
 #define ERROR_PRIVILEGE_NOT_HELD 1314
 #define ERROR_NO_SUCH_USER 1317
 #define ERROR_INVALID_ACL 1336
 #define ERROR_INVALID_SECURITY_DESCR 1338
 #define ERROR_ALLOTTED_SPACE_EXCEEDED 1344
+#define ERROR_BAD_IMPERSONATION_LEVEL 1346
 #define ERROR_CANT_OPEN_ANONYMOUS 1347
+#define ERROR_GENERIC_NOT_MAPPED 1360
 #define RPC_S_INVALID_BINDING 1702
 #define RPC_E_CALL_COMPLETE OV_HR(0x80010117)
 
@@ -171,6 +174,37 @@ OVLAYER_API BOOL WINAPI SetSecurityDescriptorOwner(PSECURITY_DESCRIPTOR descript
 OVLAYER_API BOOL WINAPI SetSecurityDescriptorGroup(PSECURITY_DESCRIPTOR descriptor, PSID group, BOOL defaulted);
 OVLAYER_API BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, BOOL present, PACL dacl,
                                                   BOOL defaulted);
+
+struct GENERIC_MAPPING {
+    DWORD GenericRead;
+    DWORD GenericWrite;
+    DWORD GenericExecute;
+    DWORD GenericAll;
+};
+struct OBJECT_TYPE_LIST {
+    WORD Level;
+    WORD Sbz;
+    GUID* ObjectType;
+};
+struct LUID_AND_ATTRIBUTES {
+    DWORD LowPart;
+    LONG HighPart;
+    DWORD Attributes;
+};
+struct PRIVILEGE_SET {
+    DWORD PrivilegeCount;
+    DWORD Control;
+    LUID_AND_ATTRIBUTES Privilege[1];
+};
+// Generic rights become those that the mapping gives for them.
+OVLAYER_API void WINAPI MapGenericMask(DWORD* mask, GENERIC_MAPPING* mapping);
+// Of one entry of level 0 and no self. All that is wanted is granted, or nothing is: *status is 0, or 5 then. A token
+// below medium integrity is granted nothing that only writing needs. Fails with 6 for what is no token, 1309 for a
+// primary one, 1338 for a descriptor without owner or group, 1360 for rights that were not mapped.
+OVLAYER_API BOOL WINAPI AccessCheckByTypeResultList(PSECURITY_DESCRIPTOR security, PSID self, HANDLE token,
+                                                    DWORD wanted, OBJECT_TYPE_LIST* types, DWORD typeCount,
+                                                    GENERIC_MAPPING* mapping, PRIVILEGE_SET* privileges,
+                                                    DWORD* privilegesSize, DWORD* granted, DWORD* status);
 
 enum SE_OBJECT_TYPE : int { SE_UNKNOWN_OBJECT_TYPE = 0, SE_FILE_OBJECT = 1, SE_REGISTRY_KEY = 4 };
 #define DACL_SECURITY_INFORMATION 0x00000004u

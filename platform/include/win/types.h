@@ -131,6 +131,11 @@ struct SYSTEMTIME {
     WORD wMilliseconds;
 };
 
+#define GENERIC_READ 0x80000000u
+#define GENERIC_WRITE 0x40000000u
+#define GENERIC_EXECUTE 0x20000000u
+#define GENERIC_ALL 0x10000000u
+
 // Of files alone (win/file.h). Every other call takes only null here: what a new object's security is, its own rules
 // say.
 struct SECURITY_ATTRIBUTES {
