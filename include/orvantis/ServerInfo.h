@@ -112,10 +112,21 @@ struct IOVServerInfo : public IUnknown {
     // One string, the caller's to free with CoTaskMemFree. Failures as above, with null in *value.
     STDMETHOD(GetItemString)(LPCWSTR name, LPWSTR* value) = 0;
 
-    // Changes of the local key. Not served yet: each returns E_NOTIMPL and changes nothing.
+    // Changes of the local key, for callers that the object's access list lets write: the system and administrators.
+    // The caller is whoever the call came from or, where it came from nobody, whom this thread acts for; a host that
+    // writes on its own account calls ImpersonateSelf(SecurityImpersonation) before and RevertToSelf afterwards.
+    // 0x80070005 for a caller who may not, 0x80070006 for a thread that acts for nobody; nothing is changed then.
+    //
+    // 0 says that the local key holds the value now. Where a managed value is in force, a query goes on giving that.
+    // Else subscribers are told of what changed, and the suite's event log component of who changed what. 0x80070057
+    // for a null or empty name and for a null pointer; else what the registry says.
     STDMETHOD(SetItemLong)(LPCWSTR name, DWORD value) = 0;
     STDMETHOD(SetItemString)(LPCWSTR name, LPCWSTR value) = 0;
+    // Deletes the local value. 0 also where there was none.
     STDMETHOD(DeleteItem)(LPCWSTR name) = 0;
+    // One of the nine authentication policies: a list of masks (OV_TYPE_ARRAY of OV_TYPE_QWORD), or a number
+    // (OV_TYPE_DWORD). Any other item as its type tells: a string or a DWORD; 0x80004001 for 64 bits, 0x80070057 for
+    // all else.
     STDMETHOD(SetItem)(LPCWSTR name, const OV_SERVER_VALUE* value) = 0;
 };
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "module/Failure.h"
-#include "store/PolicyNames.h"
+#include "store/ReducedName.h"
 #include "store/ServerInfo.h"
 
 namespace {
@@ -105,7 +105,10 @@ HRESULT CServerInfo::NotifyLocalPolicyChange(LPCWSTR name) noexcept {
         CRecords now;
         before.Add(name).hr = kNoValue;  // a write passes no old value
         OV_SERVER_INFO_EX& record = now.Add(name);
-        RaiseIfFailed(GetMachineValue(record));  // nobody is told of an item that cannot be read any more
+        {
+            const CReducedName reduced(record);      // told under the name that was written, read under its short one
+            RaiseIfFailed(GetMachineValue(record));  // nobody is told of an item that cannot be read any more
+        }
         ForEachSubscriber([&](const CNotificationSubscriber& subscriber) {
             if (subscriber.Passes(name)) scope.Result("Notify", subscriber.Notify(1, before.Data(), now.Data()));
         });

@@ -43,6 +43,15 @@ DWORD CAccessToken::ReadGroups(std::vector<CSid>& groups) const {
     return ERROR_SUCCESS;
 }
 
+DWORD CAccessToken::ReadIntegrity() const noexcept {
+    alignas(TOKEN_MANDATORY_LABEL) BYTE answer[sizeof(TOKEN_MANDATORY_LABEL) + SECURITY_MAX_SID_SIZE];
+    DWORD size = sizeof answer;
+    if (!GetTokenInformation(m_token, TokenIntegrityLevel, answer, size, &size)) return 0;
+    const PSID label = reinterpret_cast<const TOKEN_MANDATORY_LABEL*>(answer)->Label.Sid;
+    const BYTE count = *GetSidSubAuthorityCount(label);
+    return count ? *GetSidSubAuthority(label, count - 1u) : 0;
+}
+
 DWORD CAccessToken::ReadSession(DWORD& session) const noexcept {
     DWORD answer = 0;
     DWORD size = sizeof answer;

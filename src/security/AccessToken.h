@@ -18,6 +18,12 @@ class CAccessToken {
     DWORD OpenThread(DWORD access, BOOL asSelf) noexcept;
     DWORD OpenProcess(DWORD access) noexcept;
 
+    // Null when none is held; stays the object's.
+    HANDLE Get() const noexcept { return m_token; }
+
+    // The level of integrity, the last part of the label's SID; 0 for a token that cannot be asked.
+    DWORD ReadIntegrity() const noexcept;
+
     // Win32 errors; the answer stays as it is then.
     DWORD ReadUser(CSid& user) const;
     DWORD ReadPrimaryGroup(CSid& group) const;

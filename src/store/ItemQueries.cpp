@@ -2,27 +2,8 @@
 #include "module/Failure.h"
 #include "security/AccessToken.h"
 #include "security/ClientImpersonation.h"
-#include "store/PolicyNames.h"
+#include "store/ReducedName.h"
 #include "store/ServerInfo.h"
-
-namespace {
-
-// Lets a record bear the short name of a policy for as long as it is answered; the caller's own pointer comes back.
-class CReducedName {
-  public:
-    explicit CReducedName(OV_SERVER_INFO_EX& record) noexcept : m_record(record), m_callers(record.name) {
-        m_record.name = ReduceName(m_callers);
-    }
-    ~CReducedName() { m_record.name = m_callers; }
-    CReducedName(const CReducedName&) = delete;
-    CReducedName& operator=(const CReducedName&) = delete;
-
-  private:
-    OV_SERVER_INFO_EX& m_record;
-    LPCWSTR m_callers;
-};
-
-}  // namespace
 
 STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetInfo", 0);

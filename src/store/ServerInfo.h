@@ -18,6 +18,7 @@
 #include "Platform.h"
 #include "authpolicy/DecisionObserver.h"
 #include "authpolicy/PolicyList.h"
+#include "diagnostics/EventLog.h"
 #include "module/ComFrame.h"
 #include "module/RegistryKey.h"
 #include "notify/NotificationSubscriber.h"
@@ -48,7 +49,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     STDMETHOD(GetItemLong)(LPCWSTR name, DWORD* value) override;
     STDMETHOD(GetItemString)(LPCWSTR name, LPWSTR* value) override;
 
-    // Writes: store/ItemWrites.cpp. Not served yet.
+    // Writes: store/ItemWrites.cpp. Described in the public header.
     STDMETHOD(SetItemLong)(LPCWSTR name, DWORD value) override;
     STDMETHOD(SetItemString)(LPCWSTR name, LPCWSTR value) override;
     STDMETHOD(DeleteItem)(LPCWSTR name) override;
@@ -158,6 +159,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool m_endPutOff = false;  // the refresh on this thread ends the object; of that thread alone
 
     CSecurityDescriptor m_adminAcl;  // asked which rights an account has on it; made once
+    const COVLog m_log;              // of audit events
 
   private:
     friend struct StoreDoor;  // tests and benchmarks put items into the store through it
@@ -180,6 +182,11 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     void AdjustLogonList(CPolicyList& entries);
     HRESULT ReadPolicyItem(LPCWSTR name, OV_SERVER_VALUE& value);
     HRESULT ReadCommonSessionItem(OV_SERVER_VALUE& value, OVTraceNS::CTraceScope& scope);
+
+    HRESULT SetPolicy(LPCWSTR name, LPCWSTR policy, const OV_SERVER_VALUE& value,
+                      OVTraceNS::CTraceScope& scope) noexcept;
+    template <class Add>
+    void LogWrite(LPCWSTR name, HRESULT hr, DWORD done, DWORD failed, OVTraceNS::CTraceScope& scope, Add add) noexcept;
 
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);
