@@ -53,6 +53,12 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
                              "explain NAME",
                              "sources",
                              "check FILE...",
+                             "set NAME [dword|qword|string|masks] VALUE",
+                             "delete NAME",
+                             "events",
+                             "cache show [FILE]",
+                             "cache verify [FILE]",
+                             "cache diff [FILE]",
                              "reload",
                              "copy-workgroup [FILE]",
                              "watch [FILTER...] [--once] [--timeout S]",
@@ -73,7 +79,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";
     EXPECT_EQ(Done({"--help"}), text);
     EXPECT_EQ(Done({"-h"}), text);
-    EXPECT_EQ(Json({"help"})["verbs"].size(), 20u);
+    EXPECT_EQ(Json({"help"})["verbs"].size(), 26u);
 }
 
 TEST_F(CliUsage, HelpOfOneVerbAndOfAFamily) {

@@ -22,9 +22,7 @@ bool IsSame(CDerBytes a, CDerBytes b) noexcept {
 std::string OwnCachePath() {
     CRegistryKey core;
     core.Open(HKEY_LOCAL_MACHINE, kCoreKey, KEY_READ);
-    std::string path = ToUtf8(CacheFileName(core));
-    std::replace(path.begin(), path.end(), '\\', static_cast<char>(fs::path::preferred_separator));
-    return path;
+    return NativePath(CacheFileName(core));
 }
 
 CCacheView::CCacheView(const std::string& path) : m_path(path.empty() ? OwnCachePath() : path) {

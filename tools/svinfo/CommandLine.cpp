@@ -43,6 +43,19 @@ const CVerb kVerbs[] = {
      "1\n"
      "when something is odd, with 4 when a FILE is damaged.\n",
      DefineCheck},
+    {"set", "NAME [dword|qword|string|masks] VALUE", "writes a local value, under the component's access check",
+     "\nNumbers in decimal or with 0x, masks with commas between them. Without a type: the type the item has, else by "
+     "the\n"
+     "look of VALUE. Shows what the local key held and what it holds. For administrators; ends with 3 for all others, "
+     "with\n"
+     "6 when a managed value hides what was written.\n",
+     DefineSet},
+    {"delete", "NAME", "deletes a local value, under the component's access check",
+     "\nShows what the local key held. Ends with 1 when that was nothing, with 3 and 6 as set does.\n", DefineDelete},
+    {"events", "", "the audit trail: who changed what from what to what",
+     "\nFrom the file that AuditFile of HKLM\\SOFTWARE\\Orvantis\\EventLog names. Ends with 1 when there are no "
+     "events.\n",
+     DefineEvents},
     {"reload", "", "reads all sources again and tells every process to do so",
      "\nPolicy files are read when a process asks for the first time, and again at each signal: this gives one.\n",
      DefineReload},
@@ -97,7 +110,8 @@ const CVerb kVerbs[] = {
      DefineRegAdd},
     {"reg delete", "KEY [VALUE]", "deletes a value, or the key with all below it", "", DefineRegDelete},
     {"cache show", "[FILE]", "what a cache file holds: the store of the last object, from one to the next",
-     "\nWithout FILE the root's own: svinfo.cch in the folder that BinDir of HKLM\\SOFTWARE\\Orvantis\\Core names, else in "
+     "\nWithout FILE the root's own: svinfo.cch in the folder that BinDir of HKLM\\SOFTWARE\\Orvantis\\Core names, "
+     "else in "
      "the\n"
      "folder the program is in. Ends with 1 when there is none, with 4 when it is cut off or damaged.\n",
      DefineCacheShow},

@@ -1,5 +1,6 @@
 #include "svinfo/FileIo.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -89,6 +90,12 @@ fs::path MakePrivateFolder(const fs::path& start, std::error_code& error) {
     }
     error = std::make_error_code(std::errc::file_exists);
     return {};
+}
+
+std::string NativePath(wstr_view path) {
+    std::string native = ToUtf8(path);
+    std::replace(native.begin(), native.end(), '\\', static_cast<char>(fs::path::preferred_separator));
+    return native;
 }
 
 std::string ReadBeginning(const std::string& path, std::size_t count) {

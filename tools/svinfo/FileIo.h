@@ -6,6 +6,11 @@
 #include <string_view>
 #include <system_error>
 
+#include "Platform.h"
+
+// A path of the component's, with either separator, as one of this system.
+std::string NativePath(wstr_view path);
+
 // Throws CCommandFailure (4, the file is bad) when it cannot be read.
 std::string ReadWholeFile(const std::string& path);
 
