@@ -8,6 +8,11 @@ struct StoreDoor {
     static CPolicyMap& Items(CServerInfo& object) noexcept { return object.m_machineItems; }
     static HRESULT Load(CServerInfo& object) noexcept { return object.Load(); }
     static HRESULT Save(CServerInfo& object) noexcept { return object.Save(); }
+    // Another check of access, where the system has none.
+    template <class Check>
+    static void StandIn(CServerInfo& object, Check check) {
+        if (!object.m_accessCheck) object.m_accessCheck = check;
+    }
     // A load as a policy change brings it about, on this thread.
     static void LoadAndNotify(CServerInfo& object) { CServerInfo::GPOThreadProc(&object); }
 };
