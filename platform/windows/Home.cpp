@@ -61,6 +61,16 @@ void TurnBack() {
     }
 }
 
+// The system's own library of digests looks for its providers in HKEY_LOCAL_MACHINE, wherever that is turned to.
+DWORD CopyProviders(HKEY root) {
+    constexpr wchar_t kProviders[] = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults";
+    Key copy;
+    if (const DWORD error = Create(root, (std::wstring(L"HKEY_LOCAL_MACHINE\\") + kProviders).c_str(), copy)) {
+        return error;
+    }
+    return static_cast<DWORD>(RegCopyTreeW(HKEY_LOCAL_MACHINE, kProviders, copy.get()));
+}
+
 DWORD TurnTo(HKEY root) {
     std::wstring hive;
     if (const DWORD error = CallersHive(hive)) return error;
@@ -71,6 +81,7 @@ DWORD TurnTo(HKEY root) {
         {HKEY_USERS, L"HKEY_USERS", {}},
         {HKEY_CURRENT_USER, users.c_str(), {}},
     };
+    if (const DWORD error = CopyProviders(root)) return error;
     Key narrow;
     if (const DWORD error = Create(root, L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node", narrow)) return error;
     for (Turn& turn : turns) {

@@ -44,7 +44,7 @@ void CAnySequence::ReadGuid(GUID& out) noexcept {
     COVGUIDBlob::Read(Next(), out);
 }
 
-void CAnySequence::ReadDouble(double& out) noexcept {
+void CAnySequence::ReadDouble(double& out) {
     COVDoubleBlob::Read(Next(), out);
 }
 

@@ -24,7 +24,7 @@ class CAnySequence {
     void ReadInt(LONG& out) noexcept;
     void ReadString(wstr& out);
     void ReadGuid(GUID& out) noexcept;
-    void ReadDouble(double& out) noexcept;
+    void ReadDouble(double& out);
     void ReadTime(FILETIME& out);
     void ReadBlob(CDerBytes& out) noexcept;  // into the element
 

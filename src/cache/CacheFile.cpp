@@ -30,13 +30,15 @@ class CMd5 {
     CMd5(const CMd5&) = delete;
     CMd5& operator=(const CMd5&) = delete;
 
-    void Add(CDerBytes bytes) { Must(CryptHashData(m_hash, bytes.data(), static_cast<DWORD>(bytes.size()), 0)); }
-    CCacheDigest Finish() {
+    void Add(CDerBytes bytes) {
+        if (bytes.size() > MAXDWORD) throw _com_error(HRESULT_FROM_WIN32(ERROR_FILE_TOO_LARGE));
+        Must(CryptHashData(m_hash, bytes.data(), static_cast<DWORD>(bytes.size()), 0));
+    }
+    std::optional<CCacheDigest> Finish() {
         CCacheDigest digest = {};
         DWORD size = sizeof digest;
         Must(CryptGetHashParam(m_hash, HP_HASHVAL, digest.data(), &size, 0));
-        if (size != sizeof digest) throw _com_error(NTE_BAD_SIGNATURE);
-        return digest;
+        return size == sizeof digest ? std::optional(digest) : std::nullopt;
     }
 
   private:
@@ -63,7 +65,7 @@ wstr CacheFileName(const CRegistryKey& core) {
     return path += kFileName;
 }
 
-CCacheDigest CacheDigestOf(CDerBytes body) {
+std::optional<CCacheDigest> CacheDigestOf(CDerBytes body) {
     CMd5 md5;
     md5.Add(body);
     return md5.Finish();
@@ -80,7 +82,7 @@ bool CCacheReader::Next(CPolicyItem& item) {
     if (m_elements.Left() == 0) return false;
     CDerBytes encoded;
     m_elements.ReadBlob(encoded);
-    DecodeItem(encoded, item);
+    DecodeItem(encoded, item, m_budget);
     return true;
 }
 

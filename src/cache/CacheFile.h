@@ -10,6 +10,7 @@
 #include <array>
 
 #include "cache/AnySequence.h"
+#include "cache/ValueEncoding.h"
 #include "diagnostics/TraceScope.h"
 #include "module/RegistryKey.h"
 #include "store/PolicyMap.h"
@@ -23,8 +24,8 @@ wstr CacheFileName();
 // The same of a Core key that is open, or of none.
 wstr CacheFileName(const CRegistryKey& core);
 
-// Raises the failure of the step that failed; 0x80090006 for a digest of another size.
-CCacheDigest CacheDigestOf(CDerBytes body);
+// Raises the failure of the step that failed; nothing for a digest of another size, which no file can have.
+std::optional<CCacheDigest> CacheDigestOf(CDerBytes body);
 
 // The file's parts: of at least kSmallestCacheFile bytes.
 struct CCacheFileParts {
@@ -43,6 +44,7 @@ class CCacheReader {
 
   private:
     CAnySequence m_elements;
+    CDecodeBudget m_budget;  // of the whole body
 };
 
 // Traces an item as it goes into the file or comes from it; false for a type that has no place there.

@@ -54,7 +54,7 @@ wstr FromUtf8Content(CDerBytes content) {
     return text;
 }
 
-// How scanf takes a number: blanks and a plus in front, anything behind.
+// How scanf takes a number: blanks and a plus in front, anything behind; one that is too large is infinite.
 bool ScanDouble(std::string_view text, double& out) noexcept {
     const std::size_t begin = text.find_first_not_of(" \t\n\v\f\r");
     if (begin == std::string_view::npos) return false;
@@ -63,10 +63,13 @@ bool ScanDouble(std::string_view text, double& out) noexcept {
         text.remove_prefix(1);
         if (text.starts_with('-')) return false;
     }
-    double number;
-    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) return false;
-    out = number;
-    return true;
+    const char* const end = text.data() + text.size();
+    std::errc error = std::from_chars(text.data(), end, out).ec;
+    if (error != std::errc::result_out_of_range) return error == std::errc();
+    long double wide;  // tells too large from too small
+    error = std::from_chars(text.data(), end, wide).ec;
+    if (error == std::errc()) out = static_cast<double>(wide);
+    return error == std::errc();
 }
 
 }  // namespace
@@ -178,23 +181,20 @@ void COVDoubleBlob::Write(CDerWriter& writer, double number) {
     writer.Close(DerTag::kIA5String, end);
 }
 
-bool COVDoubleBlob::Read(CDerBytes element, double& out) noexcept {
+bool COVDoubleBlob::Read(CDerBytes element, double& out) {
     CNameValue value;
     if (!ReadNameValue(element, value)) return false;
-    char text[128];
-    std::size_t length = 0;
+    std::string text;
     if (value.type == NameValueType::kBmp) {
-        const std::size_t units = value.content.size() / sizeof(WCHAR);
-        for (; length < units && length < sizeof text; ++length) {
-            const WCHAR unit = UnitAt(value.content, length);
-            if (unit == 0 || unit > 0x7F) break;
-            text[length] = static_cast<char>(unit);
+        for (std::size_t i = 0; i < value.content.size() / sizeof(WCHAR); ++i) {
+            const WCHAR unit = UnitAt(value.content, i);
+            text += unit > 0x7F ? '\0' : static_cast<char>(unit);
         }
     } else if (value.type >= NameValueType::kNumeric && value.type <= NameValueType::kVisible) {
-        for (; length < value.content.size() && length < sizeof text; ++length) {
-            if (value.content[length] == 0) break;
-            text[length] = static_cast<char>(value.content[length]);
-        }
+        text.assign(value.content.begin(), value.content.end());
     }
-    return ScanDouble({text, length}, out);
+    double number = out;
+    if (!ScanDouble(text.c_str(), number)) return false;
+    out = number;
+    return true;
 }

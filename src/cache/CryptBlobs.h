@@ -69,7 +69,7 @@ struct COVWStrBlob {
 
 struct COVDoubleBlob {
     static void Write(CDerWriter& writer, double number);
-    static bool Read(CDerBytes element, double& out) noexcept;
+    static bool Read(CDerBytes element, double& out);
 };
 
 struct CTimeBlob {

@@ -80,7 +80,7 @@ std::optional<DerElement> ReadElement(CDerBytes bytes) noexcept {
         if (count == 0 || count > sizeof(DWORD) || bytes.size() - head < count) return std::nullopt;
         length = 0;
         for (; head < 2 + count; ++head) length = length << 8 | bytes[head];
-        if (length == 0) return std::nullopt;  // the one overlong length that the platform refuses
+        if (length == 0) return std::nullopt;  // of the overlong lengths the one that the platform refuses
     }
     if (bytes.size() - head < length) return std::nullopt;
     return DerElement{static_cast<DerTag>(bytes[0]), bytes.subspan(head, length), bytes.first(head + length)};

@@ -31,6 +31,7 @@ DWORD ReadUpTo(const CFileHandle& file, void* buffer, DWORD size) {
 }
 
 void WriteAll(const CFileHandle& file, CDerBytes bytes) {
+    if (bytes.size() > MAXDWORD) throw _com_error(HRESULT_FROM_WIN32(ERROR_FILE_TOO_LARGE));
     DWORD written = 0;
     if (!WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) RaiseLastError();
     if (written != bytes.size()) throw _com_error(HRESULT_FROM_WIN32(ERROR_DISK_FULL));
@@ -56,10 +57,10 @@ void ReadBody(const wstr& name, CCryptBlob& body, OVTraceNS::CTraceScope& scope)
     const DWORD read = ReadUpTo(file, body.Bytes().data(), static_cast<DWORD>(body.Bytes().size()));
     scope.Print("Read size is %d", read);
     CCacheDigest stored = {};
-    const CCacheDigest digest = CacheDigestOf(CDerBytes(body.Bytes()).first(read));
+    const std::optional<CCacheDigest> digest = CacheDigestOf(CDerBytes(body.Bytes()).first(read));
     scope.Print("Hash size is %d", ReadUpTo(file, stored.data(), sizeof stored));
     file.Close();
-    if (stored != digest) {
+    if (!digest || stored != *digest) {
         DeleteFileW(name.c_str());
         throw _com_error(NTE_BAD_SIGNATURE);
     }
@@ -103,9 +104,10 @@ HRESULT CServerInfo::Save() noexcept {
         MoveToStart(file);
         WriteAll(file, body.Written());
         scope.Print("Blob size is %d", static_cast<DWORD>(body.Size()));
-        const CCacheDigest digest = CacheDigestOf(body.Written());
-        WriteAll(file, digest);
-        scope.Print("Hash size is %d", static_cast<DWORD>(digest.size()));
+        const std::optional<CCacheDigest> digest = CacheDigestOf(body.Written());
+        if (!digest) throw _com_error(NTE_BAD_SIGNATURE);
+        WriteAll(file, *digest);
+        scope.Print("Hash size is %d", static_cast<DWORD>(digest->size()));
         FlushFileBuffers(file.Get());
         return S_OK;
     });

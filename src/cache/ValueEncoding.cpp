@@ -52,16 +52,16 @@ void WriteContent(CDerWriter& writer, const CPolicyValue& value) {
     }
 }
 
-// What damage may cost: of one decoded item, whatever arrays it has in it.
 class CValueDecoder {
   public:
+    explicit CValueDecoder(CDecodeBudget& budget) noexcept : m_budget(budget) {}
     void Decode(CDerBytes encoded, CPolicyValue& value);
 
   private:
     void DecodeArray(CAnySequence& sequence, CPolicyValue& value);
 
-    DWORD m_missing = 65'536;  // elements that may still be made up
-    unsigned m_depth = 8;      // arrays that may still be entered
+    CDecodeBudget& m_budget;
+    unsigned m_depth = 8;  // arrays that may still be entered
 };
 
 void CValueDecoder::Decode(CDerBytes encoded, CPolicyValue& value) {
@@ -125,10 +125,10 @@ void CValueDecoder::DecodeArray(CAnySequence& sequence, CPolicyValue& value) {
     sequence.ReadULong(count);
     const DWORD present = sequence.Left();
     const DWORD missing = count > present ? count - present : 0;
-    if (missing > m_missing) {
+    if (missing > m_budget.missing) {
         count = present;
     } else {
-        m_missing -= missing;
+        m_budget.missing -= missing;
     }
     --m_depth;
     value.SetNumber(OV_TYPE_ARRAY, 0);
@@ -157,13 +157,14 @@ void EncodeItem(const CPolicyItem& item, CDerWriter& out) {
 }
 
 void DecodeValue(CDerBytes encoded, CPolicyValue& value) {
-    CValueDecoder().Decode(encoded, value);
+    CDecodeBudget budget;
+    CValueDecoder(budget).Decode(encoded, value);
 }
 
-void DecodeItem(CDerBytes encoded, CPolicyItem& item) {
+void DecodeItem(CDerBytes encoded, CPolicyItem& item, CDecodeBudget& budget) {
     item.name.clear();
     item.value.Clear();
     CAnySequence sequence(encoded);
     sequence.ReadString(item.name);
-    CValueDecoder().Decode(sequence.Next(), item.value);
+    CValueDecoder(budget).Decode(sequence.Next(), item.value);
 }

@@ -27,8 +27,12 @@ void EncodeItem(const CPolicyItem& item, CDerWriter& out);
 // Decoding is tolerant: what cannot be decoded is 0 or empty, and bytes that are no encoding at all give a value of
 // type 0. What it raises is a failed time's 0x80070057 or 0x80093103, or the want of memory.
 //
-// An array has as many elements as its count says: the missing ones are of type 0, up to 65,536 in all that one call
-// decodes. A count beyond that is damage, and the array is as long as what is there. Arrays within arrays are followed
-// eight deep; what is deeper is of type 0.
+// An array has as many elements as its count says: the missing ones are of type 0, as many as the budget still has. A
+// count beyond that is damage, and the array is as long as what is there. Arrays within arrays are followed eight deep;
+// what is deeper is of type 0.
+struct CDecodeBudget {
+    DWORD missing = 65'536;
+};
 void DecodeValue(CDerBytes encoded, CPolicyValue& value);
-void DecodeItem(CDerBytes encoded, CPolicyItem& item);
+// `budget` may be that of several items, so that what many of them cost together has a bound.
+void DecodeItem(CDerBytes encoded, CPolicyItem& item, CDecodeBudget& budget);

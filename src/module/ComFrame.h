@@ -78,7 +78,7 @@ class CComCoClass {
 
 template <class T>
 HRESULT FindInterface(T* object, REFIID iid, void** out) noexcept {
-    for (const InterfaceEntry<T>& entry : T::InterfaceMap()) {
+    for (const auto& entry : T::InterfaceMap()) {  // T's own map, or that of a base
         if (iid == entry.iid || iid == IID_IUnknown) {
             IUnknown* found = entry.cast(object);
             found->AddRef();

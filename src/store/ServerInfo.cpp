@@ -13,12 +13,23 @@ std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcep
     return kMap;
 }
 
+void CServerInfo::Prepare() {
+    CreateDefaultSecurityDescriptor();
+    m_adminAcl.InitializeFromThreadToken(false, true);
+    RaiseIfFailed(m_adminAcl.AddAllowedAce(AdministratorsSid(), kReadItems));
+}
+
+void CServerInfo::Finish(bool save) noexcept {
+    if (m_subscribed) Unsubscribe();
+    CLockGuard lock(m_lock);
+    if (save) Save();
+    m_machineItems.Clear();
+}
+
 HRESULT CServerInfo::FinalConstruct() {
     OVTraceNS::CTraceScope scope("CServerInfo::FinalConstruct", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        CreateDefaultSecurityDescriptor();
-        m_adminAcl.InitializeFromThreadToken(false, true);
-        RaiseIfFailed(m_adminAcl.AddAllowedAce(AdministratorsSid(), kReadItems));
+        Prepare();
         Load();  // an object without a past begins with an empty store
         return S_OK;
     });
@@ -26,8 +37,5 @@ HRESULT CServerInfo::FinalConstruct() {
 
 void CServerInfo::FinalRelease() noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::FinalRelease", 0);
-    if (m_subscribed) Unsubscribe();
-    CLockGuard lock(m_lock);
-    if (!m_leavesCache) Save();
-    m_machineItems.Clear();
+    Finish(true);
 }

@@ -80,8 +80,6 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // For the tools of this tree, which tell what no interface does. All take m_lock.
     CLoadReport LastLoad() noexcept;
     CPolicyMap ManagedItems();  // a copy
-    // The object's end leaves the cache file as it is.
-    void LeaveCache() noexcept { m_leavesCache = true; }
     // From now on `observer` looks on at every load; null for none. It outlives the object or is taken away.
     void Observe(CLoadObserver* observer) noexcept;
     // And at every decision.
@@ -90,6 +88,11 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
 
   protected:
+    // The beginning of an object, but for the cache file, and its end, with the file or without. Prepare raises its
+    // failure.
+    void Prepare();
+    void Finish(bool save) noexcept;
+
     // Load and compare: store/LoadCompare.cpp. Failures are raised.
     void Initialize(bool load);
     void LoadMachineAll(bool enterPolicySection);
@@ -110,7 +113,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     HRESULT SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path) noexcept;
 
     // The cache file: cache/ServerCache.cpp. What fails stands in the trace too.
-    HRESULT Load() noexcept;  // replaces the store; a failure leaves it as it was
+    HRESULT Load() noexcept;  // replaces the store; a failure before the file has proved whole leaves it as it was
     HRESULT Save() noexcept;  // 1 for an empty store, which takes the file away
     HRESULT Create(LPCWSTR fileName, HANDLE* file) noexcept;
 
@@ -155,7 +158,6 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool m_initialized = false;                       // Initialize has done its work
     bool m_subscribed = false;                        // the Group Policy subscription exists
     bool m_terminating = false;                       // no new subscribers
-    bool m_leavesCache = false;
     bool m_endPutOff = false;  // the refresh on this thread ends the object; of that thread alone
 
     CSecurityDescriptor m_adminAcl;  // asked which rights an account has on it; made once

@@ -41,7 +41,7 @@ class CacheFile : public TraceTest {
     }
     void Write(const std::string& bytes) const { std::ofstream(Path(), std::ios::binary) << bytes; }
     void WriteWithDigest(const std::string& body) const {
-        const CCacheDigest digest = CacheDigestOf({reinterpret_cast<const BYTE*>(body.data()), body.size()});
+        const CCacheDigest digest = CacheDigestOf({reinterpret_cast<const BYTE*>(body.data()), body.size()}).value();
         Write(body + std::string(digest.begin(), digest.end()));
     }
     HRESULT Load() { return StoreDoor::Load(*m_object); }
@@ -180,6 +180,33 @@ TEST_F(CacheFile, NoneOrTooShort) {
     EXPECT_EQ(Load(), S_OK) << "a good digest of what is no sequence";
     EXPECT_TRUE(Store().IsEmpty());
     EXPECT_TRUE(Exists());
+}
+
+// Many arrays that claim what is not there cost no more than one of them.
+TEST_F(CacheFile, CountsOfAWholeFileHaveOneBound) {
+    CDerWriter writer;
+    for (int i = 0; i < 2'000; ++i) {
+        const std::size_t end = writer.Size();
+        const std::string item("\x30\x0E\x1E\x02\0\0\x30\x08\x02\x01\x0B\x02\x03\x01\x00\x00", 16);
+        writer.Bytes({reinterpret_cast<const BYTE*>(item.data()), item.size()});
+        writer.Close(DerTag::kOctetString, end);
+    }
+    writer.Close(DerTag::kSequence, 0);
+    CCacheReader reader(writer.Written());
+    std::size_t elements = 0;
+    for (CPolicyItem item; reader.Next(item);) elements += item.value.Elements().size();
+    EXPECT_EQ(elements, 65'536u);
+}
+
+// The digest vouches for bytes, not for sense: what stood in front of a time that is none has come back by then.
+TEST_F(CacheFile, ATimeThatIsNone) {
+    FillStore();
+    WriteWithDigest(
+        std::string("\x30\x23\x04\x10\x30\x0E\x1E\x04\0A\0\0\x30\x06\x02\x01\x04\x02\x01\x01"
+                    "\x04\x0F\x30\x0D\x1E\x04\0B\0\0\x30\x05\x02\x01\x07\x05\x00",
+                    37));
+    EXPECT_EQ(Load(), static_cast<HRESULT>(0x80093103u));
+    EXPECT_EQ(Names(), W("A"));
 }
 
 TEST_F(CacheFile, EveryFlippedBit) {

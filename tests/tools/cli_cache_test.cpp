@@ -35,7 +35,8 @@ TEST_F(CliCache, AHealthyOne) {
               std::string::npos);
     EXPECT_NE(Done({"cache", "verify"}).find("2 items, digest good"), std::string::npos);
     EXPECT_EQ(Json({"cache", "show"})["items"].dump(),
-              R"([{"name":"Kept","type":"dword","value":7},{"name":"Name","type":"string","value":"before"}])");
+              R"([{"name":"Kept","type":"dword","value":7,"state":"managed","hr":"0x00000000"},)"
+              R"({"name":"Name","type":"string","value":"before","state":"managed","hr":"0x00000000"}])");
     EXPECT_EQ(Json({"status"})["cache"]["state"], "good");
     EXPECT_EQ(Done({"cache", "diff"}), "");
 
@@ -77,6 +78,8 @@ TEST_F(CliCache, DamagedOrOdd) {
         }
         Write("svinfo.cch", content);
         EXPECT_EQ(Run({"cache", "verify"}).exitCode, exitCode);
+        EXPECT_EQ(Json({"status"})["cache"]["state"], "damaged");
+        Run({"sources"});
         EXPECT_EQ(Read(Path()), content) << "a damaged one is not taken away by who only looks";
     }
     // A good digest, over what the component would not write.
@@ -87,9 +90,11 @@ TEST_F(CliCache, DamagedOrOdd) {
          "not written as the component writes these items"},
         {std::string("\x30\x12\x04\x10\x30\x0E\x1E\x04\0A\0\0\x30\x06\x02\x01\x01\x02\x01\x01", 20),
          "element 1, 'A': type 1 has no place in a store"},
+        {std::string("\x30\x11\x04\x0F\x30\x0D\x1E\x04\0B\0\0\x30\x05\x02\x01\x07\x05\x00", 19),
+         "element 1 and what follows: 0x80093103"},
     };
     for (const auto& [body, finding] : odd) {
-        const CCacheDigest digest = CacheDigestOf({reinterpret_cast<const BYTE*>(body.data()), body.size()});
+        const CCacheDigest digest = CacheDigestOf({reinterpret_cast<const BYTE*>(body.data()), body.size()}).value();
         const CRunResult result =
             Run({"cache", "verify", Write("odd.cch", body + std::string(digest.begin(), digest.end()))});
         EXPECT_EQ(result.exitCode, 1) << finding;

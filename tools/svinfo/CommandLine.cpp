@@ -116,7 +116,9 @@ const CVerb kVerbs[] = {
      "folder the program is in. Ends with 1 when there is none, with 4 when it is cut off or damaged.\n",
      DefineCacheShow},
     {"cache verify", "[FILE]", "whether a cache file is whole: sizes, digest, form",
-     "\nWithout FILE the root's own. Ends with 1 when something is odd, with 4 when the file is cut off or damaged.\n",
+     "\nWithout FILE the root's own. Ends with 1 when something is odd or there is none, with 4 when the file is cut "
+     "off or\n"
+     "damaged.\n",
      DefineCacheVerify},
     {"cache diff", "[FILE]", "what differs between a cache file and what is managed now",
      "\nWithout FILE the root's own. Ends with 0 when they are the same, with 1 when they differ. The file stays as it "

@@ -70,7 +70,11 @@ void CItem::Copy(const OV_SERVER_VALUE& value, HRESULT result) {
     item.value.Assign(value);
     OvFreeServerValue(std::exchange(m_value, {}));
     m_result = FAILED(result) ? result : CopyValueOut(item, m_value);
-    if (SUCCEEDED(m_result)) m_result = result;
+    if (SUCCEEDED(m_result)) {
+        m_result = result;
+    } else {
+        m_value = {};  // a type that does not cross the interfaces has no value to show
+    }
 }
 
 ItemState CItem::State() const noexcept {

@@ -1,4 +1,5 @@
-// An object of the tree's own beside that of the module: what no interface tells is read from it.
+// An object of the tree's own beside that of the module: what no interface tells is read from it. It neither reads nor
+// leaves a cache file: its first load tells of everything as created.
 #pragma once
 
 #include <memory>

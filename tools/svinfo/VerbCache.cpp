@@ -48,32 +48,36 @@ std::string Summary(const CCacheView& cache) {
            CountText(cache.Items().size(), "item", "items") + ", digest good";
 }
 
+// What is odd about a whole file, and the exit code that goes with it.
+ExitCode Tell(const CCacheView& cache, COutput& output) {
+    const std::vector<std::string> findings = cache.Findings();
+    for (const std::string& finding : findings) output.Problem(EscapeControls(cache.Path()) + ": " + finding);
+    return findings.empty() ? ExitCode::Ok : ExitCode::No;
+}
+
 ExitCode Show(const std::string& path, COutput& output) {
     const CCacheView cache(path);
     cache.RequireWhole();
     if (output.Style().json) {
         json answer = FileJson(cache);
         answer["items"] = json::array();
-        for (const CPolicyItem& item : cache.Items()) {
-            json entry = {{"name", ToUtf8(item.name)}};
-            entry.update(ValueJson(&item));
-            answer["items"].push_back(std::move(entry));
-        }
+        for (const CPolicyItem& item : cache.Items()) answer["items"].push_back(ItemJson(Shown(item)));
         output.Json(answer);
-        return ExitCode::Ok;
+        return Tell(cache, output);
     }
     CTable table{{"NAME", "VALUE", "TYPE"}, {}};
     for (const CPolicyItem& item : cache.Items()) {
         const CItem shown = Shown(item);
+        const std::string type = IsCachedType(item) ? shown.TypeName() : "type " + std::to_string(item.value.Type());
         std::vector<std::string> lines = shown.Lines();
         if (lines.empty()) lines.emplace_back();
         for (const std::string& line : lines) {
-            table.rows.push_back({{ToUtf8(item.name), Tone::Plain}, {line, Tone::Plain}, {shown.TypeName(), Tone::Faint}});
+            table.rows.push_back({{ToUtf8(item.name), Tone::Plain}, {line, Tone::Plain}, {type, Tone::Faint}});
         }
     }
     output.Table(table);
     output.Note(Summary(cache));
-    return ExitCode::Ok;
+    return Tell(cache, output);
 }
 
 ExitCode Verify(const std::string& path, COutput& output) {
@@ -91,8 +95,7 @@ ExitCode Verify(const std::string& path, COutput& output) {
         output.Problem(cache.Damage());
         return ExitCode::BadInput;
     }
-    for (const std::string& finding : findings) output.Problem(EscapeControls(cache.Path()) + ": " + finding);
-    return findings.empty() ? ExitCode::Ok : ExitCode::No;
+    return Tell(cache, output);
 }
 
 const char* ChangeName(PolicyDifference::Kind kind) noexcept {
@@ -117,7 +120,10 @@ ExitCode Diff(const std::string& path, COutput& output) {
     const CCacheView cache(path);
     cache.RequireWhole();
     CPolicyMap cached;
-    for (const CPolicyItem& item : cache.Items()) cached.Insert(item);
+    // What the component would pass over is nothing that it could have told as deleted.
+    for (const CPolicyItem& item : cache.Items()) {
+        if (IsCachedType(item)) cached.Insert(item);
+    }
     const CPolicyMap live = CStoreView().ManagedItems();
     json answer = FileJson(cache);
     answer["differences"] = json::array();

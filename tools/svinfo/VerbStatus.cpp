@@ -106,11 +106,11 @@ CTracing ReadTracing() {
     return tracing;
 }
 
-// As it lies there, before any object sees it: a damaged one is deleted then.
+// As it lies there.
 CCache ReadCache() {
     CCache cache;
-    cache.path = OwnCachePath();
     try {
+        cache.path = OwnCachePath();
         const CCacheView view(cache.path);
         cache.state = view.IsWhole() ? "good" : "damaged";
         cache.bytes = view.Bytes();

@@ -26,19 +26,28 @@
 #define FILE_ATTRIBUTE_NORMAL 0x80u
 #define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
 
+#define ERROR_TOO_MANY_OPEN_FILES 4
 #define ERROR_WRITE_PROTECT 19
 #define ERROR_FILE_EXISTS 80
+#define ERROR_INVALID_NAME 123
 #define ERROR_NEGATIVE_SEEK 131
 #define ERROR_FILENAME_EXCED_RANGE 206
+#define ERROR_FILE_TOO_LARGE 223
 #define ERROR_IO_DEVICE 1117
 #define ERROR_INVALID_OWNER 1307
+#define ERROR_CANT_RESOLVE_FILENAME 1921
 
-// INVALID_HANDLE_VALUE on a failure. Served: GENERIC_READ with or without GENERIC_WRITE, no sharing, CREATE_ALWAYS,
-// OPEN_EXISTING and TRUNCATE_EXISTING (the two that cut a file want GENERIC_WRITE); FILE_APPEND_DATA alone, shared for
-// reading and writing, OPEN_ALWAYS: each WriteFile goes behind whatever the file holds then. The attributes are hidden
-// and normal, and there is no template. A file that is cut keeps its attributes and its owner; CREATE_ALWAYS over a
-// hidden file that does not ask for a hidden one gives 5, over any other success with the last error
-// ERROR_ALREADY_EXISTS (183). What is no plain file gives 5, as does a symbolic link that a stranger put there.
+// INVALID_HANDLE_VALUE on a failure. Served, without a template and with the attributes hidden and normal:
+//
+//   GENERIC_READ with or without GENERIC_WRITE, no sharing     OPEN_EXISTING; with both also CREATE_ALWAYS and
+//                                                              TRUNCATE_EXISTING, which cut the file
+//   GENERIC_READ, shared for reading and writing               OPEN_EXISTING
+//   FILE_APPEND_DATA, shared for reading and writing           OPEN_ALWAYS: each WriteFile goes to the end
+//
+// A file that is cut keeps its owner, and by TRUNCATE_EXISTING its attributes. CREATE_ALWAYS over a hidden file that
+// does not ask for a hidden one gives 5; success over a file that is there has the last error ERROR_ALREADY_EXISTS
+// (183). What is no plain file gives 5, as does a symbolic link that neither root nor the user of this process put
+// there; other links are followed, also to a file that is to be made.
 //
 // Of the security of a new file this system keeps an owner and a mode: the owner, who must be the user of this process
 // or nobody named (else 1307), reads and writes if the access list lets that user; all others if it lets Everyone.
@@ -65,7 +74,8 @@ OVLAYER_API BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, DWORD
 // To the disk.
 OVLAYER_API BOOL WINAPI FlushFileBuffers(HANDLE file);
 
-// 32 while a handle is open on it, 2 when it is missing, 5 for a folder and for a file that cannot be written.
+// What CreateFileW would open: 32 while a handle is open on it, 2 when it is missing, 5 for a folder and for a file
+// that cannot be written.
 OVLAYER_API BOOL WINAPI DeleteFileW(LPCWSTR path);
 
 OVLAYER_API DWORD WINAPI GetFileAttributesW(LPCWSTR path);
