@@ -31,6 +31,8 @@ bool MakeTheUsualKeys() {
 }
 
 bool Run(const std::string& root, std::uint32_t seed) {
+    std::error_code ignored;
+    fs::remove("svinfo.cch", ignored);  // of the seed before, or of the other home
     if (const DWORD error = OvSetRoot(root.c_str())) {
         std::fprintf(stderr, "differential: root %s: error %u\n", root.c_str(), static_cast<unsigned>(error));
         return false;

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "svinfo/CacheView.h"
+#include "svinfo/Findings.h"
 #include "svinfo/Items.h"
 #include "svinfo/StoreView.h"
 #include "svinfo/Text.h"
@@ -51,7 +52,7 @@ std::string Summary(const CCacheView& cache) {
 // What is odd about a whole file, and the exit code that goes with it.
 ExitCode Tell(const CCacheView& cache, COutput& output) {
     const std::vector<std::string> findings = cache.Findings();
-    for (const std::string& finding : findings) output.Problem(EscapeControls(cache.Path()) + ": " + finding);
+    TellLines(EscapeControls(cache.Path()), findings, output);
     return findings.empty() ? ExitCode::Ok : ExitCode::No;
 }
 
