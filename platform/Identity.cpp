@@ -152,11 +152,17 @@ CIdentityRef IdentityOfSids(std::span<const CSid> sids, DWORD session) {
     auto identity = NewIdentity(sids[0], session);
     const bool isAnonymous = sids[0] == AnonymousSid();
     if (!isAnonymous) identity->integrity = kMediumIntegrity;
-    for (const CSid& group : sids.subspan(1)) AddGroup(*identity, group);
+    for (const CSid& group : sids.subspan(1)) {
+        if (group != IntegritySid(group.parts[0])) AddGroup(*identity, group);
+    }
     AddGroup(*identity, EveryoneSid());
     if (!isAnonymous) AddGroup(*identity, UsersSid());
     if (sids[0] == SystemSid()) AddGroup(*identity, AdministratorsSid());
     identity->primaryGroup = sids.size() > 1 ? sids[1] : isAnonymous ? EveryoneSid() : UsersSid();
+    // A level that is declared stands over that of the groups.
+    for (const CSid& sid : sids.subspan(1)) {
+        if (sid == IntegritySid(sid.parts[0])) identity->integrity = sid.parts[0];
+    }
     return identity;
 }
 

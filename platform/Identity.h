@@ -38,7 +38,7 @@ CIdentityRef IdentityOfUser(uid_t user, std::optional<gid_t> primaryGroup, DWORD
 // Of the effective ids of this process. May be as old as a second.
 CIdentityRef ProcessIdentity();
 CIdentityRef AnonymousIdentity();
-// At least the user's; the groups' behind it, the primary one first.
+// At least the user's; the groups' behind it, the primary one first. S-1-16-<level> among them declares the integrity.
 CIdentityRef IdentityOfSids(std::span<const CSid> sids, DWORD session);
 
 // Nothing when there is no such process; 0 for one outside of all sessions.

@@ -35,8 +35,8 @@ OVLAYER_API BOOL WINAPI OvLastPolicySignal(BOOL machine, SYSTEMTIME* time);
 // took on and did not give back, OvEndCall takes from the thread.
 OVLAYER_API DWORD WINAPI OvBeginCallOfPeer(int socket);
 OVLAYER_API DWORD WINAPI OvBeginCallOfUser(DWORD uid, DWORD session);
-// For tests: a user's SID, then those of its groups, the primary group first. No SID at all is a caller who refuses to
-// be impersonated.
+// For tests: a user's SID, then those of its groups, the primary group first; S-1-16-<level> behind that declares the
+// integrity, which is medium otherwise. No SID at all is a caller who refuses to be impersonated.
 OVLAYER_API DWORD WINAPI OvBeginCallOfSids(const LPCWSTR* sids, DWORD count, DWORD session);
 OVLAYER_API void WINAPI OvEndCall();
 
