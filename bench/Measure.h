@@ -93,6 +93,7 @@ void Loads();
 void Documents();
 void Cache();
 void Decisions();
+void Writes(const char* programs);
 void Tracing();
 void Startup(const char* folder);
 

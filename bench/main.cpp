@@ -15,10 +15,15 @@ const struct {
     const char* name;
     void (*measure)();
 } kGroups[] = {
-    {"queries", bench::Queries}, {"registry", bench::Registry},
-    {"loads", bench::Loads},     {"documents", bench::Documents},
-    {"cache", bench::Cache},     {"decisions", bench::Decisions},
-    {"tracing", bench::Tracing}, {"startup", [] { bench::Startup(theFolder); }},
+    {"queries", bench::Queries},
+    {"registry", bench::Registry},
+    {"loads", bench::Loads},
+    {"documents", bench::Documents},
+    {"cache", bench::Cache},
+    {"decisions", bench::Decisions},
+    {"writes", [] { bench::Writes(theFolder); }},
+    {"tracing", bench::Tracing},
+    {"startup", [] { bench::Startup(theFolder); }},
 };
 
 }  // namespace
