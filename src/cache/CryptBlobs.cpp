@@ -5,6 +5,7 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <limits>
 
 #include "module/Failure.h"
 
@@ -64,12 +65,12 @@ bool ScanDouble(std::string_view text, double& out) noexcept {
         if (text.starts_with('-')) return false;
     }
     const char* const end = text.data() + text.size();
-    std::errc error = std::from_chars(text.data(), end, out).ec;
+    const std::errc error = std::from_chars(text.data(), end, out).ec;
     if (error != std::errc::result_out_of_range) return error == std::errc();
-    long double wide;  // tells too large from too small
-    error = std::from_chars(text.data(), end, wide).ec;
-    if (error == std::errc()) out = static_cast<double>(wide);
-    return error == std::errc();
+    // Too small is written with a negative exponent, by whoever writes so many digits.
+    const double magnitude = text.find_first_of("-", 1) != text.npos ? 0.0 : std::numeric_limits<double>::infinity();
+    out = text.starts_with('-') ? -magnitude : magnitude;
+    return true;
 }
 
 }  // namespace

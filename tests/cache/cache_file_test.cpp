@@ -287,7 +287,7 @@ TEST_F(CacheFile, WhatTheTraceSays) {
     EXPECT_EQ(Told(), ">CServerInfo::Load U'Cannot open file. May be it does not exist...' E'-2147024894 ' <");
     Write("short");
     Load();
-    EXPECT_EQ(Told().substr(0, 51), ">CServerInfo::Load U'File size is invalid.' E'-2147");
+    EXPECT_TRUE(Told().starts_with(">CServerInfo::Load U'File size is invalid.'")) << "the result is the system's own";
 }
 
 }  // namespace

@@ -10,6 +10,9 @@
 #include "support/RunProgram.h"
 #include "support/TestRoot.h"
 
+// Where the programs lie, found out before any test goes to a folder of its own, or to another drive.
+inline const std::filesystem::path kPrograms = std::filesystem::absolute(OV_SVINFO).parent_path();
+
 class CliTest : public RootTest {
   protected:
     // Runs svinfo on this test's root.

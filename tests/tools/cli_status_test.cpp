@@ -26,7 +26,7 @@ TEST_F(CliStatus, TheSample) {
     EXPECT_EQ(answer["root"]["exists"], true);
     const std::filesystem::path module = answer["module"].get<std::string>();
     EXPECT_TRUE(std::filesystem::is_regular_file(module));
-    EXPECT_TRUE(std::filesystem::equivalent(module.parent_path(), std::filesystem::path(OV_SVINFO).parent_path()));
+    EXPECT_TRUE(std::filesystem::equivalent(module.parent_path(), kPrograms));
     EXPECT_EQ(answer["items"].dump(), R"({"local":27,"default":12})");
     EXPECT_EQ(answer["tracing"].dump(), R"({"on":false,"toFile":true,"verbosity":2,"path":null})");
     EXPECT_EQ(answer["lastSignal"], nullptr);
