@@ -25,7 +25,7 @@ class FormattedValue : public Parameter {
     explicit FormattedValue(T value) noexcept : m_value(value) {}
     wstr Value() const override {
         WCHAR text[1024];
-        return wstr(text, OVFormat::Format(text, std::size(text), Format, m_value));
+        return wstr(text, OVFormat::Format(text, std::size(text), OVFormat::RuntimeFormat{Format}, m_value));
     }
 
   private:
