@@ -42,6 +42,12 @@ DWORD FollowLinks(std::string& path) {
     return ERROR_CANT_RESOLVE_FILENAME;
 }
 
+// What is appended would be its to read and to change.
+bool IsStrangers(const CFile& file) noexcept {
+    struct stat info;
+    return fstat(file.Get(), &info) != 0 || (info.st_uid != 0 && info.st_uid != geteuid());
+}
+
 enum class Found { kIs, kIsNot, kChanged };
 
 // Whether the name leads to this open file, and it is a plain one.
@@ -185,6 +191,7 @@ DWORD OpenFile(CFileRequest request, CFile& file, bool& existed) {
     }
     if (error == ERROR_FILE_NOT_FOUND) return MissingFileError(request.path);
     if (error) return error;
+    if (request.disposition == OPEN_ALWAYS && existed && IsStrangers(file)) return ERROR_ACCESS_DENIED;
     const bool cuts = request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
     return cuts && existed ? Cut(request, file) : ERROR_SUCCESS;
 }

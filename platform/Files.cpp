@@ -115,10 +115,9 @@ DWORD WINAPI GetFileSize(HANDLE handle, DWORD* high) {
 DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD from) {
     DWORD place = INVALID_SET_FILE_POINTER;
     UseFile(handle, [&](int file) -> DWORD {
-        if (high || from != FILE_BEGIN) return ERROR_INVALID_PARAMETER;
-        if (distance < 0) return ERROR_NEGATIVE_SEEK;
-        const off_t at = lseek(file, distance, SEEK_SET);
-        if (at < 0) return LastError();
+        if (high || (from != FILE_BEGIN && from != FILE_END)) return ERROR_INVALID_PARAMETER;
+        const off_t at = lseek(file, distance, from == FILE_END ? SEEK_END : SEEK_SET);
+        if (at < 0) return errno == EINVAL ? static_cast<DWORD>(ERROR_NEGATIVE_SEEK) : LastError();
         place = static_cast<DWORD>(at);
         return ERROR_SUCCESS;
     });

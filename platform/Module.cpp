@@ -16,6 +16,7 @@
 #include "BuiltInModules.h"
 #include "StringTable.h"
 #include "Utf8.h"
+#include "win/resource.h"
 
 namespace fs = std::filesystem;
 
@@ -186,6 +187,20 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR name) {
     return Guarded([name] {
         const HMODULE builtIn = BuiltInNamed(name);
         return builtIn ? builtIn : Load(name);
+    });
+}
+
+HMODULE WINAPI LoadLibraryExW(LPCWSTR name, HANDLE file, DWORD flags) {
+    if (!name || file || flags != LOAD_LIBRARY_AS_DATAFILE) return Failed(ERROR_INVALID_PARAMETER, HMODULE{});
+    return Guarded([name] {
+        for (const fs::path& place : PlacesOf(FileNameOf(name))) {
+            std::error_code error;
+            if (!fs::exists(place, error)) continue;
+            HMODULE module = nullptr;
+            const DWORD failed = LoadStringTable(place.native(), module);
+            return failed ? Failed(failed, HMODULE{}) : module;
+        }
+        return Failed(ERROR_MOD_NOT_FOUND, HMODULE{});
     });
 }
 

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "BoolCall.h"
-#include "Paths.h"
 #include "Utf8.h"
 #include "win/resource.h"
 
@@ -127,16 +126,11 @@ bool FreeStringTable(HMODULE module) noexcept {
     return Tables().Remove(module);
 }
 
-HMODULE WINAPI LoadLibraryExW(LPCWSTR path, HANDLE file, DWORD flags) {
-    HMODULE module = nullptr;
-    Succeeds([&]() -> DWORD {
-        if (!path || file || flags != LOAD_LIBRARY_AS_DATAFILE) return ERROR_INVALID_PARAMETER;
-        Blocks blocks;
-        if (const DWORD error = ReadTable(PosixPath(path), blocks)) return error;
-        module = Tables().Add(std::move(blocks));
-        return ERROR_SUCCESS;
-    });
-    return module;
+DWORD LoadStringTable(const std::string& path, HMODULE& module) {
+    Blocks blocks;
+    if (const DWORD error = ReadTable(path, blocks)) return error;
+    module = Tables().Add(std::move(blocks));
+    return ERROR_SUCCESS;
 }
 
 HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type) {

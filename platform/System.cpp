@@ -30,5 +30,6 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version) {
 
 // The program's own settings of the log stay what they are.
 void WINAPI OvSystemLog(const char* line, BOOL failed) {
-    syslog(LOG_AUTHPRIV | (failed ? LOG_WARNING : LOG_NOTICE), "orvantis: %s", line ? line : "");
+    constexpr int kLongest = 2000;  // a message that is too long for the log's socket would be lost
+    syslog(LOG_AUTHPRIV | (failed ? LOG_WARNING : LOG_NOTICE), "orvantis: %.*s", kLongest, line ? line : "");
 }

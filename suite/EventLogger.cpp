@@ -1,20 +1,17 @@
-// OVEventLogger: keeps the audit events. Each goes to the system's log and, where AuditFile of
-// SOFTWARE\Orvantis\EventLog names one, to a file, one line an event:
-//
-//   time <TAB> id <TAB> message <TAB> string <TAB> string ...
-//
-// Time is local, the id hexadecimal. The message is for readers; in the strings tabs, line ends, backslashes and other
-// controls are written out as \t, \n, \r, \\ and \xNN, so that no value can make up a line.
+// OVEventLogger: keeps the audit events. Each goes to the system's log and, where one is named, to the audit file.
+#include <chrono>
 #include <cstdio>
 #include <span>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "diagnostics/EventLogger.h"
-#include "module/ComFrame.h"
+#include "diagnostics/Format.h"
 #include "module/FileHandle.h"
-#include "module/RegistryKey.h"
 #include "security/SecurityDescriptor.h"
+#include "suite/AuditFile.h"
+#include "suite/Component.h"
 
 namespace {
 
@@ -36,43 +33,41 @@ std::string Utf8(LPCWSTR text) {
     return out;
 }
 
-std::string Escaped(const std::string& text) {
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        char number[8];
-        if (c == '\\') {
-            out += "\\\\";
-        } else if (c == '\t' || c == '\n' || c == '\r') {
-            out += c == '\t' ? "\\t" : c == '\n' ? "\\n" : "\\r";
-        } else if (byte < 0x20 || byte == 0x7F) {
-            std::snprintf(number, sizeof number, "\\x%02X", byte);
-            out += number;
+std::string Escaped(LPCWSTR text) {
+    wstr out;
+    for (; *text; ++text) {
+        if (*text == W('\\')) {
+            out += W("\\\\");
+        } else if (*text == W('\t') || *text == W('\n') || *text == W('\r')) {
+            out += *text == W('\t') ? W("\\t") : *text == W('\n') ? W("\\n") : W("\\r");
+        } else if (IsSteering(*text)) {
+            WCHAR number[8];
+            out.append(number, OVFormat::Format(number, std::size(number), "\\u%04X", static_cast<DWORD>(*text)));
         } else {
-            out += c;
+            out += *text;
         }
     }
-    return out;
+    return Utf8(out.c_str());
 }
 
-// For readers: a control is a blank.
-std::string Plain(std::string text) {
-    for (char& c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+// For readers: what would steer them is a blank.
+std::string Plain(wstr text) {
+    for (WCHAR& unit : text) {
+        if (IsSteering(unit)) unit = W(' ');
     }
-    return text;
+    return Utf8(text.c_str());
 }
 
-using Strings = std::span<const std::string>;
+using Strings = std::span<const LPCWSTR>;
 
 // An event of another id is told by its strings alone.
 std::string MessageOf(DWORD id, Strings strings) {
-    std::string out;
+    wstr out;
     for (const Message& message : kMessages) {
         if (message.id != id) continue;
         for (const char* at = message.text; *at; ++at) {
             if (*at != '%') {
-                out += *at;
+                out += static_cast<WCHAR>(*at);
                 continue;
             }
             const auto index = static_cast<std::size_t>(*++at - '1');
@@ -80,8 +75,8 @@ std::string MessageOf(DWORD id, Strings strings) {
         }
         return Plain(out);
     }
-    out = "event";
-    for (const std::string& text : strings) out += " " + text + ";";
+    out = W("event");
+    for (LPCWSTR text : strings) out.append(W(" ")).append(text).append(W(";"));
     return Plain(out);
 }
 
@@ -92,25 +87,47 @@ std::string LineOf(DWORD id, const std::string& message, Strings strings) {
     std::snprintf(head, sizeof head, "%04u-%02u-%02u %02u:%02u:%02u.%03u\t0x%08X\t", now.wYear, now.wMonth, now.wDay,
                   now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, static_cast<unsigned>(id));
     std::string line = head + message;
-    for (const std::string& text : strings) line += '\t' + Escaped(text);
+    for (LPCWSTR text : strings) line += '\t' + Escaped(text);
     return line + '\n';
 }
 
-// For the system and administrators alone: values may be nobody else's business.
+// The file, once whoever has it for themselves alone is through with it.
+CFileHandle OpenPatiently(LPCWSTR path, DWORD access, DWORD disposition, SECURITY_ATTRIBUTES* attributes) {
+    constexpr int kTries = 100;
+    constexpr std::chrono::milliseconds kPause(10);
+    for (int tries = 1;; ++tries) {
+        CFileHandle file(CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, disposition,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file || GetLastError() != ERROR_SHARING_VIOLATION || tries == kTries) return file;
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
+// A line that a full disk cut off must not swallow the next one.
+bool EndsInALine(LPCWSTR path) {
+    const CFileHandle file = OpenPatiently(path, GENERIC_READ, OPEN_EXISTING, nullptr);
+    if (!file || GetFileSize(file.Get(), nullptr) == 0) return true;
+    char last = 0;
+    DWORD read = 0;
+    SetFilePointer(file.Get(), -1, nullptr, FILE_END);
+    return !ReadFile(file.Get(), &last, 1, &read, nullptr) || last == '\n';
+}
+
+// A new file is for the system and administrators alone: values may be nobody else's business.
 HRESULT Append(LPCWSTR path, const std::string& line) {
     CSecurityDescriptor security;
     RaiseIfFailed(security.InitializeFromProcessToken(false));
     RaiseIfFailed(security.AddAllowedAce(LocalSystemSid(), FILE_ALL_ACCESS));
     RaiseIfFailed(security.AddAllowedAce(AdministratorsSid(), FILE_ALL_ACCESS));
     SECURITY_ATTRIBUTES attributes = {sizeof attributes, security.Get(), FALSE};
-    const CFileHandle file(CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, &attributes,
-                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::string whole = (EndsInALine(path) ? "" : "\n") + line;
+    const CFileHandle file = OpenPatiently(path, FILE_APPEND_DATA, OPEN_ALWAYS, &attributes);
     DWORD written = 0;
     // One write, so that the lines of two processes do not mix.
-    if (!file || !WriteFile(file.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr)) {
-        return HRESULT_FROM_WIN32(GetLastError());
+    if (!file || !WriteFile(file.Get(), whole.data(), static_cast<DWORD>(whole.size()), &written, nullptr)) {
+        return ResultOfLastError();
     }
-    return written == line.size() ? S_OK : HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    return written == whole.size() ? S_OK : HRESULT_FROM_WIN32(ERROR_DISK_FULL);
 }
 
 class COVEventLogger : public CComObjectRootEx<CComMultiThreadModel>,
@@ -128,37 +145,16 @@ class COVEventLogger : public CComObjectRootEx<CComMultiThreadModel>,
                           const void*) override {
         if (count != 0 && !strings) return E_INVALIDARG;
         return Guarded([&]() -> HRESULT {
-            std::vector<std::string> texts;
-            for (DWORD i = 0; i < count; ++i) texts.push_back(strings[i] ? Utf8(strings[i]) : std::string());
+            std::vector<LPCWSTR> texts;
+            for (DWORD i = 0; i < count; ++i) texts.push_back(strings[i] ? strings[i] : W(""));
             const std::string message = MessageOf(id, texts);
             OvSystemLog(message.c_str(), (id >> 30) >= 2);
-            CRegistryKey key;
-            WCHAR path[MAX_PATH] = {};
-            DWORD length = MAX_PATH;
-            const bool toFile = !key.Open(HKEY_LOCAL_MACHINE, W("SOFTWARE\\Orvantis\\EventLog"), KEY_READ) &&
-                                !key.QueryString(W("AuditFile"), path, length) && *path;
-            return toFile ? Append(path, LineOf(id, message, texts)) : S_OK;
+            const wstr path = AuditFilePath();
+            return path.empty() ? S_OK : Append(path.c_str(), LineOf(id, message, texts));
         });
     }
 };
 
-CComModule& Module() noexcept {
-    static ObjectMapEntry objects[] = {
-        {&CLSID_EventLogger, &CreateObject<COVEventLogger>, nullptr},
-        {nullptr, nullptr, nullptr},
-    };
-    static CComModule module;
-    static const HRESULT made = module.Init(objects);
-    static_cast<void>(made);
-    return module;
-}
-
 }  // namespace
 
-STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* object) {
-    return Module().GetClassObject(classId, iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return Module().CanUnloadNow();
-}
+OV_SUITE_COMPONENT(COVEventLogger)

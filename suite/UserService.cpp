@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "authpolicy/UserService.h"
-#include "module/ComFrame.h"
 #include "module/RegistryKey.h"
 #include "module/ValueWalk.h"
 #include "security/Sid.h"
 #include "store/PolicyNames.h"
+#include "suite/Component.h"
 
 namespace {
 
@@ -139,23 +139,6 @@ class COVUserService : public CComObjectRootEx<CComMultiThreadModel>,
     }
 };
 
-CComModule& Module() noexcept {
-    static ObjectMapEntry objects[] = {
-        {&CLSID_UserService, &CreateObject<COVUserService>, nullptr},
-        {nullptr, nullptr, nullptr},
-    };
-    static CComModule module;
-    static const HRESULT made = module.Init(objects);
-    static_cast<void>(made);
-    return module;
-}
-
 }  // namespace
 
-STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* object) {
-    return Module().GetClassObject(classId, iid, object);
-}
-
-STDAPI DllCanUnloadNow() {
-    return Module().CanUnloadNow();
-}
+OV_SUITE_COMPONENT(COVUserService)

@@ -41,7 +41,7 @@ OVLAYER_API DWORD WINAPI OvBeginCallOfSids(const LPCWSTR* sids, DWORD count, DWO
 OVLAYER_API void WINAPI OvEndCall();
 
 // One line (UTF-8) to the system's own log, under the name of the suite, as an authority's message; `failed` makes a
-// warning of it.
+// warning of it. Past 2,000 bytes it is cut.
 OVLAYER_API void WINAPI OvSystemLog(const char* line, BOOL failed);
 
 // Where a node stands in the text that it was loaded from, both from 1, the column in characters. FALSE for a node that

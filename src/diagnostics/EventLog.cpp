@@ -5,6 +5,7 @@
 #include "module/ComPtr.h"
 #include "module/Failure.h"
 #include "module/RegistryKey.h"
+#include "module/SystemVersion.h"
 
 namespace {
 
@@ -37,13 +38,6 @@ bool ReadSetting(LPCWSTR name, REGSAM access, wstr& value) {
     if (key.QueryString(name, text, length)) return false;
     value = text;
     return true;
-}
-
-bool ClassesHaveNames() noexcept {
-    OSVERSIONINFOW version = {};
-    version.dwOSVersionInfoSize = sizeof version;
-    return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT &&
-           version.dwMajorVersion >= kFirstMajorWithClasses;
 }
 
 }  // namespace
@@ -93,7 +87,7 @@ HRESULT COVLog::Log(const LogEvent& event) const noexcept {
 // The systems that know event classes take the class for the name. Others have a name for it in the settings, or the
 // object's own.
 wstr COVLog::ApplicationName(LPCWSTR classText) const {
-    if (ClassesHaveNames()) return classText;
+    if (IsSystemOfVersion(kFirstMajorWithClasses)) return classText;
     wstr name;
     return ReadSetting(classText, KEY_READ | KEY_WOW64_64KEY, name) ? name : m_sApplicationName;
 }
@@ -119,6 +113,7 @@ HRESULT COVLog::Log(DWORD level, DWORD type, DWORD category, DWORD id, DWORD cou
 HRESULT _LogEvent(LPCWSTR application, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
                   const LPCWSTR* strings, DWORD dataSize, const void* data) noexcept {
     OVTraceNS::CTraceScope scope("_LogEvent", 10);
+    CDLLLoader library;  // freed when what its code may have thrown is gone
     return AtBoundary(scope, [&]() -> HRESULT {
         CRegistryKey key;
         RaiseIfRegistryFailed(key.Open(HKEY_CLASSES_ROOT,
@@ -127,10 +122,10 @@ HRESULT _LogEvent(LPCWSTR application, DWORD level, DWORD type, DWORD category, 
         WCHAR path[MAX_PATH] = {};
         DWORD length = MAX_PATH;
         RaiseIfRegistryFailed(key.QueryString(nullptr, path, length));
-        const CDLLLoader library(path);
-        if (!library) return HRESULT_FROM_WIN32(GetLastError());
+        library = CDLLLoader(path);
+        if (!library) return ResultOfLastError();
         const auto getClassObject = library.Find<LPFNGETCLASSOBJECT>("DllGetClassObject");
-        if (!getClassObject) return HRESULT_FROM_WIN32(GetLastError());
+        if (!getClassObject) return ResultOfLastError();
         // Both go before the library does.
         CComPtr<IClassFactory> factory;
         RaiseIfFailed(getClassObject(CLSID_EventLogger, IID_IClassFactory, reinterpret_cast<void**>(&factory)));

@@ -38,7 +38,8 @@ GetErrorMessage::GetErrorMessage(HRESULT hr) {
     const CDLLLoader library(W("OVPTUtils.dll"));
     const auto format = library.Find<FormatMessageProc>("OVFormatMessage");
     CLocalText words;
-    const bool known = format && SUCCEEDED(format(static_cast<DWORD>(hr), 0, &words));
+    const bool known =
+        format && SUCCEEDED(Guarded([&]() -> HRESULT { return format(static_cast<DWORD>(hr), 0, &words); }));
     m_text = known ? words.Get() + Text(" (0x%08X)", hr) : Text("0x%08X", hr);
 }
 

@@ -21,8 +21,14 @@ class CComPtr {
     }
     ~CComPtr() { Release(); }
 
+    // What the object throws out of it is its own loss.
     void Release() noexcept {
-        if (Interface* last = std::exchange(p, nullptr)) last->Release();
+        Interface* const last = std::exchange(p, nullptr);
+        if (!last) return;
+        Guarded([last]() -> HRESULT {
+            last->Release();
+            return S_OK;
+        });
     }
     // For a call that hands one out. What was held is released first.
     Interface** operator&() noexcept {

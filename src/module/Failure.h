@@ -25,6 +25,12 @@ constexpr HRESULT ResultFromError(LONG error) noexcept {
                      : static_cast<HRESULT>(error);
 }
 
+// The result for a call that failed and left its reason in the last error; never a success, also without a reason.
+inline HRESULT ResultOfLastError() noexcept {
+    const DWORD error = GetLastError();
+    return error ? HRESULT_FROM_WIN32(error) : E_FAIL;
+}
+
 // A registry call's code: one with bits in the facility field is a result already and fails if negative.
 constexpr bool RegistryFailed(LONG code) noexcept {
     return (code & 0x1FFF0000) != 0 ? code < 0 : code != 0;

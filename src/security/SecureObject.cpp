@@ -2,6 +2,7 @@
 
 #include "diagnostics/TraceScope.h"
 #include "module/Failure.h"
+#include "module/SystemVersion.h"
 #include "security/ClientImpersonation.h"
 
 namespace {
@@ -18,13 +19,6 @@ CDLLLoader LoadSystemLibrary(LPCWSTR name) {
     wstr path(folder, length);
     if (!path.ends_with(WCHAR{'\\'})) path += WCHAR{'\\'};
     return CDLLLoader((path + name).c_str());
-}
-
-bool HasIntegrityLevels() noexcept {
-    OSVERSIONINFOW version = {};
-    version.dwOSVersionInfoSize = sizeof version;
-    return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT &&
-           version.dwMajorVersion >= kFirstMajorWithLevels;
 }
 
 }  // namespace
@@ -76,8 +70,9 @@ HRESULT COVSecureObject::AccessCheck1(const CAccessToken& token, PSID selfSid, D
         if (!m_accessCheck) return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
         if (!m_accessCheck(m_security.Get(), selfSid, token.Get(), desiredAccess, &types, 1, &mapping,
                            reinterpret_cast<PRIVILEGE_SET*>(privileges), &privilegesSize, &granted, &status)) {
-            return HRESULT_FROM_WIN32(GetLastError());
+            return ResultOfLastError();
         }
+        if (status == ERROR_SUCCESS && (granted & desiredAccess) != desiredAccess) status = ERROR_ACCESS_DENIED;
         if (status == ERROR_ACCESS_DENIED) {
             scope.Print("Access is denied. Caller is %ls\\%ls", caller.Domain().c_str(), caller.AccountName().c_str());
         }
@@ -88,12 +83,12 @@ HRESULT COVSecureObject::AccessCheck1(const CAccessToken& token, PSID selfSid, D
 HRESULT CheckVistaIntegrityLevel(const CAccessToken& token) noexcept {
     OVTraceNS::CTraceScope scope("COVSecureObject::CheckVistaIntegrityLevel", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        if (!HasIntegrityLevels() || token.ReadIntegrity() != kLowIntegrity) return S_FALSE;
+        if (!IsSystemOfVersion(kFirstMajorWithLevels) || token.ReadIntegrity() != kLowIntegrity) return S_FALSE;
         CSid medium({kMediumIntegrity}, 16);
         TOKEN_MANDATORY_LABEL label = {{medium.Get(), SE_GROUP_INTEGRITY}};
         const DWORD size = static_cast<DWORD>(sizeof label) + GetLengthSid(medium.Get());
         if (!SetTokenInformation(token.Get(), TokenIntegrityLevel, &label, size)) {
-            return HRESULT_FROM_WIN32(GetLastError());
+            return ResultOfLastError();
         }
         return S_OK;
     });

@@ -95,6 +95,10 @@ bool IsNoName(LPCWSTR name) noexcept {
     return !name || !*name;
 }
 
+HRESULT Refused(OVTraceNS::CTraceScope& scope) noexcept {
+    return AtBoundary(scope, []() -> HRESULT { return E_INVALIDARG; });
+}
+
 }  // namespace
 
 // The event of a write that changed something. `add` puts the values in front of who did it. Whatever goes wrong with
@@ -114,54 +118,46 @@ void CServerInfo::LogWrite(LPCWSTR name, HRESULT hr, DWORD done, DWORD failed, O
     }
 }
 
-STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
-    OVTraceNS::CTraceScope scope("CServerInfo::SetItemLong", 0);
-    DWORD old = 0;
+// A setter of plain items: `ask` gives the old value, `put` writes the new one, `differs` compares the two.
+template <class Ask, class Put, class Differs, class Add>
+HRESULT CServerInfo::SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, Ask ask, Put put, Differs differs,
+                                  Add add) noexcept {
     bool changed = false;
     const HRESULT hr = AtBoundary(scope, [&]() -> HRESULT {
-        if (IsNoName(name)) return E_INVALIDARG;
         RaiseIfFailed(AccessCheck2(nullptr, kWriteItems, nullptr));
-        const HRESULT before = GetItemLong(name, &old);
+        const HRESULT before = ask();
         LPCWSTR leaf = name;
         CRegistryKey key = OpenLocalKey(leaf);
-        RaiseIfRegistryFailed(key.SetDword(leaf, value));
-        if (FAILED(before) || (before == S_FALSE && old != value)) {
+        RaiseIfRegistryFailed(put(key, leaf));
+        if (FAILED(before) || (before == S_FALSE && differs())) {
             changed = true;
             scope.Print("Value was changed, notify other components");
             NotifyLocalPolicyChange(name);
         }
         return S_OK;
     });
-    if (changed) {
-        LogWrite(name, hr, kEventValueSet, kEventValueSetFailed, scope,
-                 [&](LogEvent& event) { event << old << value; });
-    }
+    if (changed) LogWrite(name, hr, kEventValueSet, kEventValueSetFailed, scope, add);
     return hr;
+}
+
+STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
+    OVTraceNS::CTraceScope scope("CServerInfo::SetItemLong", 0);
+    if (IsNoName(name)) return Refused(scope);
+    DWORD old = 0;
+    return SetPlainItem(
+        name, scope, [&] { return GetItemLong(name, &old); },
+        [&](CRegistryKey& key, LPCWSTR leaf) { return key.SetDword(leaf, value); }, [&] { return old != value; },
+        [&](LogEvent& event) { event << old << value; });
 }
 
 STDMETHODIMP CServerInfo::SetItemString(LPCWSTR name, LPCWSTR value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemString", 0);
+    if (IsNoName(name) || !value) return Refused(scope);
     TaskText old;
-    bool changed = false;
-    const HRESULT hr = AtBoundary(scope, [&]() -> HRESULT {
-        if (IsNoName(name) || !value) return E_INVALIDARG;
-        RaiseIfFailed(AccessCheck2(nullptr, kWriteItems, nullptr));
-        const HRESULT before = GetItemString(name, &old.text);
-        LPCWSTR leaf = name;
-        CRegistryKey key = OpenLocalKey(leaf);
-        RaiseIfRegistryFailed(key.SetString(leaf, value));
-        if (FAILED(before) || (before == S_FALSE && CompareNames(old.text, value) != 0)) {
-            changed = true;
-            scope.Print("Value was changed, notify other components");
-            NotifyLocalPolicyChange(name);
-        }
-        return S_OK;
-    });
-    if (changed) {
-        LogWrite(name, hr, kEventValueSet, kEventValueSetFailed, scope,
-                 [&](LogEvent& event) { event << old.text << value; });
-    }
-    return hr;
+    return SetPlainItem(
+        name, scope, [&] { return GetItemString(name, &old.text); },
+        [&](CRegistryKey& key, LPCWSTR leaf) { return key.SetString(leaf, value); },
+        [&] { return CompareNames(old.text, value) != 0; }, [&](LogEvent& event) { event << old.text << value; });
 }
 
 STDMETHODIMP CServerInfo::SetItem(LPCWSTR name, const OV_SERVER_VALUE* value) {

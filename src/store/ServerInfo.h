@@ -185,6 +185,9 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     HRESULT ReadPolicyItem(LPCWSTR name, OV_SERVER_VALUE& value);
     HRESULT ReadCommonSessionItem(OV_SERVER_VALUE& value, OVTraceNS::CTraceScope& scope);
 
+    template <class Ask, class Put, class Differs, class Add>
+    HRESULT SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, Ask ask, Put put, Differs differs,
+                         Add add) noexcept;
     HRESULT SetPolicy(LPCWSTR name, LPCWSTR policy, const OV_SERVER_VALUE& value,
                       OVTraceNS::CTraceScope& scope) noexcept;
     template <class Add>

@@ -230,6 +230,15 @@ TEST_F(ItemWrites, WhoeverListensChangesNoResult) {
     m_subscriber.then = {};
     EXPECT_EQ(Events().size(), 4u) << "and each hears of what the other missed";
     EXPECT_EQ(m_subscriber.Take().size(), 4u);
+    // A library that throws is gone before anybody could look at what it threw.
+    m_logger = {};
+    Make(kTestLoggerThrows);
+    write();
+    CRegistryKey software;
+    ASSERT_EQ(software.Open(HKEY_LOCAL_MACHINE, W("SOFTWARE"), KEY_ALL_ACCESS), ERROR_SUCCESS);
+    ASSERT_EQ(software.DeleteSubkey(W("OvTestLoggerThrows")), ERROR_SUCCESS);
+    m_logger = CDLLLoader(LoggerPath().c_str());
+    m_hook = m_logger.Find<TestLoggerHookProc>("OvTestLoggerHook")();
     for (const wstr& path : {wstr(W("nowhere\\none.dll")), wstr(W("OvSvInfo")), wstr()}) {
         RegisterLogger(path);
         write();

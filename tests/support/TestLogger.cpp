@@ -6,6 +6,10 @@ namespace {
 
 TestLoggerHook theHook = {};
 
+struct COwnException {
+    virtual ~COwnException() = default;
+};
+
 class CTestLogger final : public IClassFactory, public IOVEventLogger {
   public:
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
@@ -20,6 +24,11 @@ class CTestLogger final : public IClassFactory, public IOVEventLogger {
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
     STDMETHODIMP LogEvent(LPCWSTR, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
                           const LPCWSTR* strings, DWORD, const void*) override {
+        HKEY key = nullptr;
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kTestLoggerThrows, 0, KEY_READ, &key) == ERROR_SUCCESS) {
+            RegCloseKey(key);
+            throw COwnException();
+        }
         return theHook.take ? theHook.take(theHook.context, level, type, category, id, count, strings) : S_OK;
     }
 };

@@ -57,6 +57,15 @@ TEST_F(CliWrites, WhatIsWrittenAndShown) {
         {{"set", "T", "dword", "1", "2"}, 2, ""},
         {{"set", "T"}, 2, ""},
         {{"set", "T", "qword", "1"}, 5, ""},
+        {{"set", "", "1"}, 2, ""},
+        {{"set", "T", "masks", "1"}, 2, ""},
+        {{"set", "LogonPolicy", "masks", ""}, 2, ""},
+        {{"set", "Big", "4294967296"}, 2, ""},
+        {{"set", "Version", "1,2"}, 0, "Version\t(none)\t1,2\n"},
+        {{"set", "RuntimePolicyUser", "0x8000000000000010"}, 0, "RuntimePolicyUser\t(none)\t0x8000000000000010\n"},
+        {{"set", "RuntimePolicyUser", "1,2"},
+         0,
+         "RuntimePolicyUser\t0x8000000000000010\t0x0000000000000001, 0x0000000000000002\n"},
     };
     for (const auto& [arguments, exitCode, output] : cases) {
         std::string line;
@@ -71,7 +80,22 @@ TEST_F(CliWrites, WhatIsWrittenAndShown) {
         "set A\\X '' '16' NT AUTHORITY\\SYSTEM\nset A\\X '16' '8' NT AUTHORITY\\SYSTEM\n"
         "deleted A\\X '8' NT AUTHORITY\\SYSTEM\nset T '' 'some text' NT AUTHORITY\\SYSTEM\n"
         "set LogonPolicy '{...}' '{...}' NT AUTHORITY\\SYSTEM\nset LogonPolicy '{...}' '{...}' NT AUTHORITY\\SYSTEM\n"
-        "set LogonPolicy '{...}' '{...}' NT AUTHORITY\\SYSTEM\n");
+        "set LogonPolicy '{...}' '{...}' NT AUTHORITY\\SYSTEM\nset Version '' '1,2' NT AUTHORITY\\SYSTEM\n"
+        "set RuntimePolicyUser '{...}' '{...}' NT AUTHORITY\\SYSTEM\n"
+        "set RuntimePolicyUser '{...}' '{...}' NT AUTHORITY\\SYSTEM\n");
+}
+
+// A policy's bits answer before its plain number, and no deletion of the component's takes them away.
+TEST_F(CliWrites, AnotherFormOfAPolicyAnswers) {
+    Done({"reg", "add", kPolicies + "\\AuthenticationPolicies\\LogonPolicy", "bit", "REG_DWORD", "3"});
+    const CRunResult deleted = Run({"delete", "LogonPolicy"});
+    EXPECT_EQ(deleted.exitCode, 5);
+    EXPECT_NE(deleted.errors.find("still holds 3"), std::string::npos) << deleted.errors;
+    const CRunResult set = Run({"set", "LogonPolicy", "dword", "5"});
+    EXPECT_EQ(set.exitCode, 6);
+    EXPECT_NE(set.errors.find("answers: 3"), std::string::npos) << set.errors;
+    Done({"reg", "add", kPolicies, "Odd", "REG_MULTI_SZ", "a"});
+    EXPECT_EQ(Done({"delete", "Odd"}), "Odd\t(no value)\t(none)\n");
 }
 
 TEST_F(CliWrites, AStrongerSourceHidesIt) {
@@ -104,16 +128,26 @@ TEST_F(CliWrites, OrdinaryAccountsMayNot) {
 }
 
 TEST_F(CliWrites, ValuesCannotMakeUpEvents) {
-    const std::string evil = "a\tb\n2026-01-01 00:00:00.000\t0x01100409\tmade up\tX\tgone\tCORP\\\\erika\x01";
+    const std::string evil =
+        "a\tb\n2026-01-01 00:00:00.000\t0x01100409\tmade up\tX\tgone\tCORP\\\\erika\x01\xC2\x9B\xE2\x80\xAE";
     EXPECT_EQ(Run({"set", "X", "string", evil}).exitCode, 0);
     const json events = Json({"events"})["events"];
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0]["new"], evil);
     EXPECT_EQ(Done({"events"}).find('\x01'), std::string::npos);
-    Write("audit.log", "garbage\n" + Read(AuditFile()));
-    const CRunResult odd = Run({"events"});
-    EXPECT_EQ(odd.exitCode, 1);
-    EXPECT_NE(odd.errors.find("audit.log:1:1: found no event"), std::string::npos) << odd.errors;
+    const std::string good = Read(AuditFile());
+    for (const char* bad : {"garbage", "2026-01-01\t0xFFFFFFFFFFFFFFFFFF\tm", "2026-01-01\t0x990110040B\tm",
+                            "2026-01-01\t0x0110040B\tpolicy item\tA"}) {
+        Write("audit.log", std::string(bad) + "\n" + good);
+        const CRunResult odd = Run({"events"});
+        EXPECT_EQ(odd.exitCode, 1) << bad;
+        EXPECT_NE(odd.errors.find("audit.log:1:1: found no event"), std::string::npos) << odd.errors;
+        EXPECT_NE(odd.output.find("\tset\tX\t"), std::string::npos) << "the others are shown";
+    }
+    // A line that was cut off takes nothing with it.
+    Write("audit.log", good.substr(0, good.size() - 5));
+    EXPECT_EQ(Run({"set", "X", "string", "later"}).exitCode, 0);
+    EXPECT_NE(Run({"events"}).output.find("\tlater\t"), std::string::npos);
     Done({"reg", "delete", "HKLM\\SOFTWARE\\Orvantis\\EventLog", "AuditFile"});
     EXPECT_EQ(Run({"set", "X", "b"}).exitCode, 0);
     EXPECT_NE(Run({"events"}).errors.find("names none"), std::string::npos);

@@ -1,11 +1,11 @@
 // events: the audit trail, as the suite's event logger keeps it in a file.
-#include <algorithm>
+#include <charconv>
 #include <filesystem>
-#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "diagnostics/EventLogger.h"
-#include "module/RegistryKey.h"
+#include "suite/AuditFile.h"
 #include "svinfo/FileIo.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"
@@ -50,10 +50,12 @@ std::string Unescaped(const std::string& text) {
             continue;
         }
         const char next = text[++i];
-        if (next == 'x' && i + 2 < text.size()) {
-            out += static_cast<char>(HexDigit(static_cast<WCHAR>(text[i + 1])) * 16 +
-                                     HexDigit(static_cast<WCHAR>(text[i + 2])));
-            i += 2;
+        if (next == 'u' && i + 4 < text.size()) {
+            WCHAR unit = 0;
+            for (int digit = 0; digit < 4; ++digit) {
+                unit = static_cast<WCHAR>(unit * 16 + HexDigit(static_cast<WCHAR>(text[++i])));
+            }
+            out += ToUtf8({&unit, 1});
         } else {
             out += next == 't' ? '\t' : next == 'n' ? '\n' : next == 'r' ? '\r' : next;
         }
@@ -61,19 +63,29 @@ std::string Unescaped(const std::string& text) {
     return out;
 }
 
-// False for a line that no event logger wrote.
+// "0x" and eight digits; nothing for anything else.
+std::optional<DWORD> IdFrom(const std::string& text) {
+    DWORD id = 0;
+    const char* const end = text.data() + text.size();
+    if (text.size() != 10 || !text.starts_with("0x")) return std::nullopt;
+    const auto [stop, error] = std::from_chars(text.data() + 2, end, id, 16);
+    return error == std::errc() && stop == end ? std::optional(id) : std::nullopt;
+}
+
+// False for a line that the event logger did not write.
 bool ReadEvent(const std::string& line, CEvent& event) {
-    std::vector<std::string> fields = Split(line, '\t');
-    if (fields.size() < 3 || !fields[1].starts_with("0x")) return false;
+    const std::vector<std::string> fields = Split(line, '\t');
+    const std::optional<DWORD> id = fields.size() < 3 ? std::nullopt : IdFrom(fields[1]);
+    if (!id) return false;
     event = {};
     event.time = fields[0];
     event.id = fields[1];
     event.message = fields[2];
-    const auto id = static_cast<DWORD>(std::stoul("0" + fields[1].substr(1), nullptr, 16));
     for (const CEventKind& kind : kKinds) {
-        if (kind.id == id && fields.size() == 3u + 4u + kind.hasNew + kind.failed) event.kind = &kind;
+        if (kind.id == *id) event.kind = &kind;
     }
     if (!event.kind) return true;
+    if (fields.size() != 3u + 4u + event.kind->hasNew + event.kind->failed) return false;
     std::size_t at = 3;
     const auto next = [&] { return Unescaped(fields[at++]); };
     event.item = next();
@@ -86,15 +98,11 @@ bool ReadEvent(const std::string& line, CEvent& event) {
 }
 
 std::string AuditFile() {
-    CRegistryKey key;
-    WCHAR path[MAX_PATH] = {};
-    DWORD length = MAX_PATH;
-    if (key.Open(HKEY_LOCAL_MACHINE, W("SOFTWARE\\Orvantis\\EventLog"), KEY_READ) ||
-        key.QueryString(W("AuditFile"), path, length) || !*path) {
-        throw CCommandFailure(
-            ExitCode::No, "no file is kept: AuditFile of HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis\\EventLog names none");
-    }
-    return NativePath(path);
+    const wstr path = AuditFilePath();
+    if (!path.empty()) return NativePath(path);
+    throw CCommandFailure(ExitCode::No,
+                          "no file is kept: AuditFile of HKEY_LOCAL_MACHINE\\SOFTWARE\\Orvantis\\EventLog names none "
+                          "by its whole path");
 }
 
 json EventJson(const CEvent& event) {
@@ -113,7 +121,8 @@ json EventJson(const CEvent& event) {
 ExitCode Events(COutput& output) {
     const std::string path = AuditFile();
     std::error_code error;
-    if (!std::filesystem::exists(std::u8string(path.begin(), path.end()), error)) {
+    const std::filesystem::path file(std::u8string(path.begin(), path.end()));
+    if (std::filesystem::status(file, error).type() == std::filesystem::file_type::not_found) {
         throw CCommandFailure(ExitCode::No, EscapeControls(path) + ": no event was logged yet");
     }
     CTable table{{"TIME", "EVENT", "ITEM", "OLD", "NEW", "BY", "ERROR"}, {}};

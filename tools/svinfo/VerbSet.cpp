@@ -58,21 +58,31 @@ std::vector<std::string> MasksOf(const std::string& text) {
     return masks;
 }
 
-ValueKind KindByLook(const std::string& text) {
-    const std::vector<std::string> masks = MasksOf(text);
-    if (masks.size() > 1 && std::all_of(masks.begin(), masks.end(), [](auto& mask) { return NumberFrom(mask); })) {
-        return ValueKind::kMasks;
-    }
+// By the look of the value: what the item could be given.
+ValueKind KindByLook(bool isPolicy, const std::string& text) {
+    const std::vector<std::string> parts = MasksOf(text);
+    const bool areNumbers =
+        !parts.empty() && std::all_of(parts.begin(), parts.end(), [](auto& part) { return NumberFrom(part); });
     const std::optional<ULONGLONG> number = NumberFrom(text);
-    return !number ? ValueKind::kString : *number <= MAXDWORD ? ValueKind::kDword : ValueKind::kQword;
+    if (number && *number <= MAXDWORD) return ValueKind::kDword;
+    if (isPolicy && areNumbers) return ValueKind::kMasks;
+    if (!number) return ValueKind::kString;
+    throw CCommandFailure(ExitCode::Usage, "VALUE " + Quoted(text) +
+                                               ": found a number of more than 32 bits, which an item cannot be given; "
+                                               "with the type string it is text");
 }
 
 // The type that is named; else that which the item has; else by the look of the value.
 ValueKind KindFor(const std::optional<std::string>& named, const CItem& item, const std::string& text) {
+    const bool isPolicy = IsAuthPolicyName(ReduceName(item.Name().c_str()));
     for (const CKindName& entry : kKinds) {
-        if (named ? *named == entry.name : std::string_view(item.TypeName()) == entry.shown) return entry.kind;
+        if (named ? *named != entry.name : std::string_view(item.TypeName()) != entry.shown) continue;
+        if (entry.kind == ValueKind::kMasks && !isPolicy) {
+            throw CCommandFailure(ExitCode::Usage, Quoted(item.Name()) + " is none of the policies that are masks");
+        }
+        if (named || entry.kind != ValueKind::kQword) return entry.kind;
     }
-    if (!named) return KindByLook(text);
+    if (!named) return KindByLook(isPolicy, text);
     throw CCommandFailure(ExitCode::Usage, "TYPE " + Quoted(*named) + ": expected dword, qword, string or masks");
 }
 
@@ -89,6 +99,9 @@ CPolicyValue ValueArgument(ValueKind kind, const std::string& text) {
             value.SetString(WideArgument(text, "VALUE").c_str());
             break;
         case ValueKind::kMasks:
+            if (MasksOf(text).empty()) {
+                throw CCommandFailure(ExitCode::Usage, "VALUE " + Quoted(text) + ": expected one mask or more");
+            }
             value.SetNumber(OV_TYPE_ARRAY, 0);
             for (const std::string& mask : MasksOf(text)) {
                 CPolicyValue element;
@@ -123,73 +136,113 @@ std::string CallerText() {
     return ToUtf8(sid.Domain() + W('\\') + sid.AccountName()) + " (" + ToUtf8(text) + ")";
 }
 
-// What the local key holds, in whatever form.
-std::optional<CItem> LocalValue(const wstr& name) {
-    const std::optional<CPolicyValue> held = ReadLocalItem(LocalLevel::Local, ReduceName(name.c_str()));
-    if (!held) return std::nullopt;
+// What the local key holds of an item: the form that answers there, and where it lies.
+struct CLocal {
+    bool isThere = false;
+    bool isDamaged = false;
+    wstr key;
+    CPolicyValue value;
+};
+
+CLocal ReadLocal(const wstr& name) {
+    CLocal local;
+    for (LocalHolding& holding : LocalHoldingsOf(ReduceName(name.c_str()))) {
+        if (holding.level != LocalLevel::Local || (!holding.found && !holding.damaged) || local.isThere) continue;
+        local = {true, !holding.found, holding.key, std::move(holding.value)};
+    }
+    return local;
+}
+
+CItem ItemOf(const wstr& name, const CLocal& local) {
     CItem item(name);
-    item.Copy(held->Raw(), S_FALSE);
+    item.Copy(local.value.Raw(), S_FALSE);
     return item;
 }
 
-std::string ValueText(const std::optional<CItem>& item) {
-    if (!item) return "(none)";
+std::string LinesText(const CItem& item) {
     std::string text;
-    for (const std::string& line : item->Lines()) text += (text.empty() ? "" : ", ") + line;
+    for (const std::string& line : item.Lines()) text += (text.empty() ? "" : ", ") + line;
     return text;
 }
 
-json ValueJson(const std::optional<CItem>& item) {
-    if (!item) return nullptr;
-    return {{"type", item->TypeName()}, {"value", item->Json()}};
+std::string ValueText(const wstr& name, const CLocal& local) {
+    return !local.isThere ? "(none)" : local.isDamaged ? "(no value)" : LinesText(ItemOf(name, local));
 }
 
-// Runs the operation and tells what became of the local value, and of the answer. `write` calls the component.
+json ValueJson(const wstr& name, const CLocal& local) {
+    if (!local.isThere) return nullptr;
+    const CItem item = ItemOf(name, local);
+    return {{"type", item.TypeName()}, {"value", item.Json()}};
+}
+
+// Only who may not write is told nothing by the component's deletions.
+ExitCode NotDeleted(const std::string& shown, const wstr& name, const CLocal& after, COutput& output) {
+    CRegistryKey key;
+    const LONG error = key.Open(HKEY_LOCAL_MACHINE, after.key.c_str(), KEY_SET_VALUE);
+    output.Problem("svinfo: " + shown + ": " + MachineKeyText(after.key) + " still holds " +
+                   EscapeControls(ValueText(name, after)) +
+                   (error ? ": " + ResultText(HRESULT_FROM_WIN32(static_cast<DWORD>(error))) : ""));
+    return error == ERROR_ACCESS_DENIED ? ExitCode::Denied : ExitCode::Failed;
+}
+
+void TellChange(const wstr& name, const CLocal& before, const CLocal& after, const CLevel* hider, COutput& output) {
+    if (output.Style().json) {
+        json answer = JsonAnswer();
+        answer["name"] = ToUtf8(name);
+        answer["old"] = ValueJson(name, before);
+        answer["new"] = ValueJson(name, after);
+        answer["hiddenBy"] = hider ? OriginJson(hider->kind, hider->place) : json(nullptr);
+        output.Json(answer);
+        return;
+    }
+    CTable table{{"NAME", "OLD", "NEW"}, {}};
+    table.rows.push_back({{ToUtf8(name), Tone::Strong},
+                          {ValueText(name, before), Tone::Plain},
+                          {ValueText(name, after), after.isThere ? Tone::Good : Tone::Notice}});
+    output.Table(table);
+}
+
+// Runs the operation and tells what became of the local value, and of the answer. `write` calls the component, and
+// gives what it is to hold then; no value for a deletion.
 template <class Write>
 ExitCode Change(const char* verb, const wstr& name, COutput& output, Write write) {
+    if (name.empty()) throw CCommandFailure(ExitCode::Usage, "NAME '': expected the name of an item");
     const std::string shown = EscapeControls(ToUtf8(name));
     const CHost host;
-    const std::optional<CItem> before = LocalValue(name);
-    HRESULT hr;
+    const CLocal before = ReadLocal(name);
+    CPolicyItem wanted;
     {
         const CActingSelf self;
-        hr = write(host.Info());
+        const HRESULT hr = write(host.Info(), wanted.value);
         if (hr == E_ACCESSDENIED) {
             throw CCommandFailure(ExitCode::Denied,
                                   std::string(verb) + " " + shown + ": " + ResultText(hr) + " to " + CallerText());
         }
+        if (FAILED(hr)) {
+            throw CCommandFailure(ExitCode::Failed, FailureOf(std::string(verb) + " " + shown, hr).Line());
+        }
     }
-    if (FAILED(hr)) {
-        throw CCommandFailure(ExitCode::Failed, FailureOf(std::string(verb) + " " + shown, hr).Line());
-    }
-    const std::optional<CItem> after = LocalValue(name);
+    const bool deletes = wanted.value.Type() == OV_TYPE_NONE;
+    const CLocal after = ReadLocal(name);
     CSourceLedger ledger;
     const CStoreView view(&ledger);
     const std::vector<CLevel> levels = LevelsOf(ReduceName(name.c_str()), ledger, view);
     const CLevel* const winner = WinnerOf(levels);
-    const bool hidden = winner && winner->held.State() == ItemState::Managed;
-    if (output.Style().json) {
-        json answer = JsonAnswer();
-        answer["name"] = ToUtf8(name);
-        answer["old"] = ValueJson(before);
-        answer["new"] = ValueJson(after);
-        answer["hiddenBy"] = hidden ? OriginJson(winner->kind, winner->place) : json(nullptr);
-        output.Json(answer);
-    } else {
-        CTable table{{"NAME", "OLD", "NEW"}, {}};
-        table.rows.push_back({{ToUtf8(name), Tone::Strong},
-                              {ValueText(before), Tone::Plain},
-                              {ValueText(after), after ? Tone::Good : Tone::Notice}});
-        output.Table(table);
-    }
-    if (hidden) {
-        std::string value;
-        for (const std::string& line : winner->held.Lines()) value += (value.empty() ? "" : ", ") + line;
+    const bool isManaged = winner && winner->held.State() == ItemState::Managed;
+    TellChange(name, before, after, isManaged ? winner : nullptr, output);
+    if (isManaged) {
         output.Problem("svinfo: " + shown + ": " + winner->kind + " (" + PlaceText(winner->place) +
-                       ") hides the local value: " + EscapeControls(value));
+                       ") hides the local value: " + EscapeControls(LinesText(winner->held)));
         return ExitCode::Hidden;
     }
-    return before || after ? ExitCode::Ok : ExitCode::No;
+    if (deletes && after.isThere) return NotDeleted(shown, name, after, output);
+    if (deletes) return before.isThere ? ExitCode::Ok : ExitCode::No;
+    if (!after.isThere || !ItemsEqual(wanted, {name, after.value})) {
+        output.Problem("svinfo: " + shown + ": written, but " + MachineKeyText(after.key) +
+                       " answers: " + EscapeControls(ValueText(name, after)));
+        return ExitCode::Hidden;
+    }
+    return ExitCode::Ok;
 }
 
 struct CSetOptions {
@@ -202,9 +255,9 @@ ExitCode Set(const CSetOptions& options, COutput& output) {
     const wstr name = ItemNameArgument(options.name);
     const std::string& text = options.rest.back();
     const auto named = options.rest.size() == 2 ? std::optional(options.rest.front()) : std::nullopt;
-    return Change("set", name, output, [&](IOVServerInfo& info) {
+    return Change("set", name, output, [&](IOVServerInfo& info, CPolicyValue& value) {
         const std::vector<CItem> items = AskItems(info, {name}, OV_QUERY);
-        const CPolicyValue value = ValueArgument(KindFor(named, items[0], text), text);
+        value = ValueArgument(KindFor(named, items[0], text), text);
         return info.SetItem(name.c_str(), &value.Raw());
     });
 }
@@ -223,6 +276,7 @@ CAction DefineDelete(CArguments& arguments) {
     arguments.Required("NAME", *name);
     return [name](COutput& output) {
         const wstr item = ItemNameArgument(*name);
-        return Change("delete", item, output, [&](IOVServerInfo& info) { return info.DeleteItem(item.c_str()); });
+        return Change("delete", item, output,
+                      [&](IOVServerInfo& info, CPolicyValue&) { return info.DeleteItem(item.c_str()); });
     };
 }

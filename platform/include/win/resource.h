@@ -13,7 +13,8 @@
 #define ERROR_RESOURCE_TYPE_NOT_FOUND 1813
 #define ERROR_RESOURCE_NAME_NOT_FOUND 1815
 
-// LOAD_LIBRARY_AS_DATAFILE alone: no code of the file runs. 126 for a file that is missing or cannot be read, 193 for
+// LOAD_LIBRARY_AS_DATAFILE alone: no code of the file runs. Looked for as LoadLibraryW does: a bare name beside the
+// program and beside the layer, never in the current folder. 126 for a file that is missing or cannot be read, 193 for
 // one that is no string table or larger than 16 MiB. FreeLibrary ends it.
 OVLAYER_API HMODULE WINAPI LoadLibraryExW(LPCWSTR path, HANDLE file, DWORD flags);
 

@@ -1,0 +1,24 @@
+// What makes a library of one COM class out of it: the two exports.
+#pragma once
+
+#include "module/ComFrame.h"
+
+template <class Class>
+CComModule& SuiteModule() noexcept {
+    static ObjectMapEntry objects[] = {
+        {&Class::ClassId(), &CreateObject<Class>, nullptr},
+        {nullptr, nullptr, nullptr},
+    };
+    static CComModule module;
+    static const HRESULT made = module.Init(objects);
+    static_cast<void>(made);
+    return module;
+}
+
+#define OV_SUITE_COMPONENT(Class)                                            \
+    STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* object) { \
+        return SuiteModule<Class>().GetClassObject(classId, iid, object);    \
+    }                                                                        \
+    STDAPI DllCanUnloadNow() {                                               \
+        return SuiteModule<Class>().CanUnloadNow();                          \
+    }
