@@ -5,19 +5,26 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <set>
 
 #include "support/Recorder.h"
 #include "support/Registry.h"
 #include "support/StoreDoor.h"
 #include "support/TestRoot.h"
+#include "support/Writer.h"
 
 namespace {
 
 // How many allocations of this thread still succeed; below 0 all do.
 thread_local long allocationsLeft = -1;
+// Whether one that failed is the only one.
+thread_local bool failsOnce = false;
 
 void* Allocate(std::size_t size, std::size_t alignment) {
-    if (allocationsLeft == 0) throw std::bad_alloc();
+    if (allocationsLeft == 0) {
+        if (failsOnce) allocationsLeft = -1;
+        throw std::bad_alloc();
+    }
     if (allocationsLeft > 0) --allocationsLeft;
     const std::size_t rounded = (std::max<std::size_t>(size, 1) + alignment - 1) / alignment * alignment;
     void* block = std::aligned_alloc(alignment, rounded);
@@ -114,6 +121,40 @@ TEST_F(LoadFailure, OfTheFirstQueryIsMadeGoodByTheSecond) {
         StoreDoor::LoadAndNotify(*object);
         ExpectAll(object, 0);
     }
+}
+
+// A write that runs out of memory at each of its allocations in turn: a failure after the change is logged as one, and
+// none before it is logged at all.
+class WriteFailure : public CWriterFixture {};
+
+TEST_F(WriteFailure, IsLoggedOnceSomethingHasChanged) {
+    CPolicyValue masks;
+    masks.SetNumber(OV_TYPE_ARRAY, 0);
+    CPolicyValue mask;
+    std::set<std::string> seen;
+    bool ranOut = true;
+    for (long allowed = 0; ranOut; ++allowed) {
+        SCOPED_TRACE(allowed);
+        ASSERT_LT(allowed, 5'000);
+        mask.SetNumber(OV_TYPE_QWORD, static_cast<ULONGLONG>(allowed) + 1);
+        masks.Clear();
+        masks.Append(mask);
+        Events();
+        allocationsLeft = allowed;
+        failsOnce = true;
+        const HRESULT hr = m_object->SetItem(W("LogonPolicy"), &masks.Raw());
+        ranOut = allocationsLeft == -1;
+        allocationsLeft = -1;
+        failsOnce = false;
+        const std::vector<std::string> events = Events();
+        ASSERT_LE(events.size(), 1u);
+        if (!events.empty()) seen.insert(events[0]);
+        if (!events.empty()) {
+            EXPECT_EQ(events[0].starts_with("8110040A"), FAILED(hr)) << events[0];
+        }
+    }
+    EXPECT_TRUE(seen.contains("0110040B LogonPolicy | {...} | {...}"));
+    EXPECT_TRUE(seen.contains("8110040A LogonPolicy | {...} | {...} | an unexpected failure (0x8000FFFF)"));
 }
 
 }  // namespace

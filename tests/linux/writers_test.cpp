@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "diagnostics/RecordingOutput.h"
+#include "linux/HiveFile.h"
 #include "linux/Process.h"
 #include "support/ChildRole.h"
 #include "support/Writer.h"
@@ -173,6 +174,16 @@ TEST_F(Writers, TwoWriteAndAThirdDeletes) {
     DWORD number = 0;
     EXPECT_EQ(m_object->GetItemLong(W("Shared\\X"), &number), S_FALSE);
     EXPECT_EQ(number, 42u);
+    // Well-formed: the database says so, and the key holds that one value and nothing else.
+    EXPECT_EQ(hivefile::CheckIntegrity(hivefile::Machine(m_root.Path())), "ok");
+    CRegistryKey key;
+    ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, W("SOFTWARE\\Orvantis\\Policies\\Shared"), KEY_READ), ERROR_SUCCESS);
+    DWORD keys = 7, values = 7;
+    ASSERT_EQ(RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values, nullptr, nullptr,
+                               nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(keys, 0u);
+    EXPECT_EQ(values, 1u);
 }
 
 }  // namespace

@@ -1,4 +1,8 @@
 // Writing items: what is written, told and logged, for each operation and whatever held before.
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "support/Writer.h"
 
 namespace {
@@ -40,6 +44,8 @@ void Put(LPCWSTR base, LPCWSTR name, const std::string& text) {
         ASSERT_EQ(SaveAuthPolicyGPO(HKEY_LOCAL_MACHINE, base, name, value), S_OK);
     } else if (value.type == OV_TYPE_STRING) {
         PutString(base, name, OvServerValueText(value));
+    } else if (value.type == OV_TYPE_QWORD) {
+        PutQword(base, name, value.data);
     } else {
         PutDword(base, name, static_cast<DWORD>(value.data));
     }
@@ -74,6 +80,8 @@ const Case kCases[] = {
     {"string", "X", "", "'a", "", "'A", S_OK, "", "", "1 string 'A'"},
     {"delete", "X", "", "5", "", "", S_OK, "", "01100409 X | 5", "0x80070002 none"},
     {"delete", "X", "", "'a", "", "", S_OK, "", "01100409 X | a", "0x80070002 none"},
+    {"delete", "X", "", "4294967295", "", "", S_OK, "", "01100409 X | 4294967295", "0x80070002 none"},
+    {"delete", "X", "", "q255", "", "", S_OK, "", "01100409 X | 0x00000000000000FF", "0x80070002 none"},
     // It is of another type: the question for the old value fails, which counts as none.
     {"long", "X", "", "'a", "", "7", S_OK, "X: nothing -> dword 7 local", "0110040B X | 0 | 7", "1 dword 7"},
     {"string", "X", "", "5", "", "'a", S_OK, "X: nothing -> string 'a' local", "0110040B X |  | a", "1 string 'a'"},
@@ -248,6 +256,25 @@ TEST_F(ItemWrites, WhoeverListensChangesNoResult) {
     ASSERT_EQ(key.DeleteTree(W("Classes\\CLSID")), ERROR_SUCCESS);
     write();
     EXPECT_TRUE(Events().empty());
+}
+
+// Nobody else waits for a slow one.
+TEST_F(ItemWrites, NoLockIsHeldWhileAnEventIsLogged) {
+    std::atomic<bool> logging{false}, answered{false};
+    m_answer = [&]() -> HRESULT {
+        logging = true;
+        for (int i = 0; i < 2'000 && !answered; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return S_OK;
+    };
+    std::thread reader([&] {
+        while (!logging) std::this_thread::yield();
+        DWORD number = 0;
+        EXPECT_EQ(m_object->GetItemLong(W("X"), &number), S_FALSE);
+        answered = true;
+    });
+    EXPECT_EQ(m_object->SetItemLong(W("X"), 1), S_OK);
+    EXPECT_TRUE(answered);
+    reader.join();
 }
 
 TEST_F(ItemWrites, ASubscriberMayWrite) {
