@@ -3,13 +3,19 @@
 
 #include "module/ComFrame.h"
 
+// The class objects go when the library does: it is loaded for a call and let go again.
+class CSuiteModule : public CComModule {
+  public:
+    ~CSuiteModule() { Term(); }
+};
+
 template <class Class>
 CComModule& SuiteModule() noexcept {
     static ObjectMapEntry objects[] = {
         {&Class::ClassId(), &CreateObject<Class>, nullptr},
         {nullptr, nullptr, nullptr},
     };
-    static CComModule module;
+    static CSuiteModule module;
     static const HRESULT made = module.Init(objects);
     static_cast<void>(made);
     return module;
