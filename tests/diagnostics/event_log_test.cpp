@@ -96,7 +96,10 @@ TEST_F(EventLog, WhatTheComponentIsGiven) {
     const CDLLLoader loaded(library.c_str());
     TestLoggerHook* const hook = loaded.Find<TestLoggerHookProc>("OvTestLoggerHook")();
     static std::string told;
-    *hook = {[](void*, DWORD level, DWORD, DWORD, DWORD, DWORD count, const LPCWSTR* strings) -> HRESULT {
+    static wstr name;
+    *hook = {[](void*, LPCWSTR application, DWORD level, DWORD, DWORD, DWORD, DWORD count,
+                const LPCWSTR* strings) -> HRESULT {
+                 name = application;
                  told = std::to_string(level) + " " + std::to_string(count) + (strings ? " some" : " none");
                  for (DWORD i = 0; i < count; ++i) told += strings[i] ? " '" + Narrow(strings[i]) + "'" : " null";
                  return S_FALSE;
@@ -123,6 +126,9 @@ TEST_F(EventLog, WhatTheComponentIsGiven) {
     WCHAR text[40];
     ASSERT_EQ(StringFromGUID2(classId, text, 40), 39);
     EXPECT_EQ(wstr(text), W("{FB4CA59D-9C36-4DA7-A1E8-E0E3FA7A77A0}")) << "the caller learns which class it was";
+    GUID other = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
+    EXPECT_EQ(log.Log(1, 0, 0, 7, 0, nullptr, 0, nullptr, other), S_FALSE);
+    EXPECT_EQ(name, W("{12345678-9ABC-DEF0-0102-030405060708}"));
     *hook = {};
 }
 

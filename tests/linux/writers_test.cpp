@@ -98,6 +98,36 @@ TEST_F(Writers, EachCallerAndWhatTheTraceSays) {
     EXPECT_FALSE(HasLocalKey());
 }
 
+// The event names whoever called, by the identifier where the account has no name.
+TEST_F(Writers, WhoDidIt) {
+    const std::pair<LPCWSTR, std::string> cases[] = {
+        {kSystem, "NT AUTHORITY|SYSTEM"},
+        {kOrdinary, "S-1-22-1-4711|Cannot get name & domain (0x534) SID is printed"},
+    };
+    for (const auto& [sid, expected] : cases) {
+        ASSERT_EQ(OvBeginCallOfSids(&sid, 1, 0), 0u);
+        const OVLog::InitiatedBy who;
+        OvEndCall();
+        EXPECT_EQ(who.Domain() + W('|') + who.Account(), wstr(expected.begin(), expected.end()));
+    }
+}
+
+TEST_F(Writers, WhatTheTraceSaysOfAChange) {
+    ASSERT_EQ(OvBeginCallOfSids(&kSystem, 1, 0), 0u);
+    m_entries.clear();
+    EXPECT_EQ(m_object->SetItemLong(W("X"), 1), S_OK);
+    EXPECT_EQ(m_object->SetItemLong(W("X"), 1), S_OK);
+    m_subscriber.then = [] { return E_FAIL; };
+    EXPECT_EQ(m_object->SetItemString(W("Y"), W("a")), S_OK);
+    OvEndCall();
+    std::string said;
+    for (const TraceEntry& entry : m_entries) {
+        if (entry.text == "Value was changed, notify other components") said += "changed ";
+        if (entry.tag == 'E' && entry.text.ends_with(" Notify")) said += "notify ";
+    }
+    EXPECT_EQ(said, "changed changed notify ");
+}
+
 TEST_F(Writers, WithoutTheCheckNobodyWrites) {
     OvHideExport("Advapi32.dll", "AccessCheckByTypeResultList", TRUE);
     CTestInstance object;

@@ -22,14 +22,16 @@ class CTestLogger final : public IClassFactory, public IOVEventLogger {
     STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP CreateInstance(IUnknown*, REFIID iid, void** object) override { return QueryInterface(iid, object); }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
-    STDMETHODIMP LogEvent(LPCWSTR, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
-                          const LPCWSTR* strings, DWORD, const void*) override {
+    STDMETHODIMP LogEvent(LPCWSTR application, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
+                          const LPCWSTR* strings, DWORD dataSize, const void* data) override {
+        if (dataSize != 0 || data) return E_INVALIDARG;  // no event of the module's has any
         HKEY key = nullptr;
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kTestLoggerThrows, 0, KEY_READ, &key) == ERROR_SUCCESS) {
             RegCloseKey(key);
             throw COwnException();
         }
-        return theHook.take ? theHook.take(theHook.context, level, type, category, id, count, strings) : S_OK;
+        return theHook.take ? theHook.take(theHook.context, application, level, type, category, id, count, strings)
+                            : S_OK;
     }
 };
 

@@ -6,7 +6,8 @@
 struct TestLoggerHook {
     // Answers the call. What it throws flies out of the component.
     HRESULT(*take)
-    (void* context, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count, const LPCWSTR* strings);
+    (void* context, LPCWSTR application, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
+     const LPCWSTR* strings);
     void* context;
 };
 

@@ -63,9 +63,10 @@ class CWriterFixture : public RootTest {
     DWORD m_cookie = 0;
 
   private:
-    static HRESULT Take(void* context, DWORD level, DWORD type, DWORD category, DWORD id, DWORD count,
-                        const LPCWSTR* strings) {
+    static HRESULT Take(void* context, LPCWSTR application, DWORD level, DWORD type, DWORD category, DWORD id,
+                        DWORD count, const LPCWSTR* strings) {
         auto& self = *static_cast<CWriterFixture*>(context);
+        EXPECT_EQ(wstr(application), W("{FB4CA59D-9C36-4DA7-A1E8-E0E3FA7A77A0}"));
         EXPECT_EQ(level, 1u);
         EXPECT_EQ(category, 0x0400u);
         EXPECT_EQ(type, id >> 31 ? 2u : 0u);
