@@ -32,6 +32,8 @@ constexpr LPCWSTR OvPickText(Wide wide, Unicode unicode) noexcept {
 
 inline constexpr CLSID CLSID_ServerInfo = {
     0x5833D5CB, 0x2254, 0x4F1D, {0x9B, 0x43, 0x03, 0x59, 0xD7, 0x0F, 0x95, 0x96}};
+inline constexpr IID IID_IOVComponentInit = {
+    0x26AD8067, 0xBEC2, 0x4AAB, {0x92, 0xA9, 0x53, 0x46, 0x75, 0x12, 0xEA, 0x38}};
 inline constexpr IID IID_IOVServerInfo = {0xDC6DF02A, 0xE9C8, 0x4115, {0xBA, 0xDB, 0xF8, 0x12, 0xE4, 0xF1, 0x67, 0x3E}};
 inline constexpr IID IID_IOVServerInfoExt = {
     0x815ED444, 0xCA7C, 0x4BA6, {0x8C, 0xAB, 0x34, 0xD4, 0xE0, 0xA4, 0x0D, 0x21}};
@@ -97,6 +99,15 @@ inline void OvFreeServerValue(const OV_SERVER_VALUE& value) noexcept {
 inline LPCWSTR OvServerValueText(const OV_SERVER_VALUE& value) noexcept {
     return value.type == OV_TYPE_STRING ? reinterpret_cast<LPCWSTR>(static_cast<ULONG_PTR>(value.data)) : nullptr;
 }
+
+// The beginning and the end of a component's use, as the suite's hosts have them. Neither call is needed.
+struct IOVComponentInit : public IUnknown {
+    // Nothing is left to do: 0.
+    STDMETHOD(Init)() = 0;
+    // Lets go of every subscriber and takes no new ones: RegisterNotification gives 0x80010001 from now on. Questions and
+    // changes are served as before. A second call does nothing more.
+    STDMETHOD(Term)() = 0;
+};
 
 // Questions and changes, by name.
 struct IOVServerInfo : public IUnknown {

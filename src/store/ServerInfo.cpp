@@ -1,9 +1,12 @@
 #include "store/ServerInfo.h"
 
+#include <utility>
+
 #include "module/Failure.h"
 
 std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcept {
     static constexpr InterfaceEntry<CServerInfo> kMap[] = {
+        {IID_IOVComponentInit, &InterfaceOf<CServerInfo, IOVComponentInit>},
         {IID_IOVServerInfo2, &InterfaceOf<CServerInfo, IOVServerInfo2>},
         {IID_IOVServerInfo, &InterfaceOf<CServerInfo, IOVServerInfo>},
         {IID_IOVServerInfoExt, &InterfaceOf<CServerInfo, IOVServerInfoExt>},
@@ -11,6 +14,22 @@ std::span<const InterfaceEntry<CServerInfo>> CServerInfo::InterfaceMap() noexcep
         {IID_IOVServerInfoNotify, &InterfaceOf<CServerInfo, IOVServerInfoNotify>},
     };
     return kMap;
+}
+
+STDMETHODIMP CServerInfo::Init() {
+    OVTraceNS::CTraceScope scope("CServerInfo:Init", 0);
+    return S_OK;
+}
+
+STDMETHODIMP CServerInfo::Term() {
+    OVTraceNS::CTraceScope scope("CServerInfo:Term", 0);
+    return AtBoundary(scope, [&]() -> HRESULT {
+        CLockGuard lock(m_lock);
+        m_terminating = true;
+        // Taken out before they go: a client's Release may come back here.
+        std::exchange(m_subscribers, {}).clear();
+        return S_OK;
+    });
 }
 
 void CServerInfo::Prepare() {

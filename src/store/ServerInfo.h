@@ -5,6 +5,9 @@
 //
 //   new --FinalConstruct--> constructed --first query--> answering --last Release--> FinalRelease, gone
 //
+// The first fills the store from the cache file, the first query from the sources, and the last writes the cache file.
+// Term may come in between: no subscribers from then on.
+//
 // Locks    m_lock is the object's one lock, recursive. It guards every map and flag below; an operation that needs it
 //          takes it for its whole length, and those that expect it held say so. TraceLock may be taken under it.
 #pragma once
@@ -35,6 +38,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
                     public CComCoClass<CServerInfo, &CLSID_ServerInfo>,
                     public CGPNotifyImpl<CServerInfo>,
                     public COVSecureObject,
+                    public IOVComponentInit,
                     public IOVServerInfo2,
                     public IOVServerInfoExt,
                     public IOVAuthenticationPolicyEx,
@@ -43,6 +47,10 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     using CExtXMLPolicyReader = ::CExtXMLPolicyReader;
 
     static std::span<const InterfaceEntry<CServerInfo>> InterfaceMap() noexcept;
+
+    // The suite's life cycle: store/ServerInfo.cpp. Described in the public header.
+    STDMETHOD(Init)() override;
+    STDMETHOD(Term)() override;
 
     // Queries: store/ItemQueries.cpp. Described in the public header.
     STDMETHOD(GetInfo)(DWORD count, OV_SERVER_INFO_EX* records) override;

@@ -165,4 +165,34 @@ TEST_F(Subscribers, ALoadInsideADeliveryTakesNothingFromTheOthers) {
     EXPECT_EQ(second.Take(), (Lines{"A: dword 1 -> dword 2", "A: nothing -> dword 2", "B: nothing -> dword 1"}));
 }
 
+TEST_F(Subscribers, AreGoneAfterTheEndOfUse) {
+    PutDword(kPolicy, W("A"), 1);
+    void* found = nullptr;
+    ASSERT_EQ(static_cast<IOVServerInfo2*>(&*m_object)->QueryInterface(IID_IOVComponentInit, &found), S_OK);
+    auto* const life = static_cast<IOVComponentInit*>(found);
+    EXPECT_EQ(life->Init(), S_OK);
+    CRecorder& first = NewRecorder();
+    CRecorder& second = NewRecorder();
+    first.then = [&] { return life->Term(); };  // in the middle of a delivery
+    const DWORD cookie = Register(first);
+    Register(second);
+    Query();
+    EXPECT_EQ(first.Batches(), 1);
+    EXPECT_EQ(second.Batches(), 0);
+    EXPECT_EQ(first.references, 1u);
+    EXPECT_EQ(second.references, 1u);
+    EXPECT_EQ(m_object->UnregisterNotification(cookie), S_FALSE);
+    DWORD none = 0;
+    EXPECT_EQ(m_object->RegisterNotification(W(""), &second, &none), static_cast<HRESULT>(0x80010001u));
+    EXPECT_EQ(none, 0u);
+    EXPECT_EQ(life->Term(), S_OK);
+    PutDword(kPolicy, W("A"), 2);
+    Load();
+    DWORD number = 0;
+    EXPECT_EQ(m_object->GetItemLong(W("A"), &number), S_OK);
+    EXPECT_EQ(number, 2u) << "questions and loads go on";
+    EXPECT_EQ(second.Batches(), 0);
+    life->Release();
+}
+
 }  // namespace
