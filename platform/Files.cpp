@@ -38,7 +38,9 @@ DWORD CheckRequest(DWORD access, DWORD share, DWORD disposition, DWORD attribute
     constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
     const bool cuts = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
     const bool present = disposition == OPEN_EXISTING;
-    const bool alone = share == 0 && (access == kReadWrite ? cuts || present : access == GENERIC_READ && present);
+    const bool alone = share == 0 && (access == kReadWrite      ? cuts || present || disposition == OPEN_ALWAYS
+                                      : access == GENERIC_WRITE ? disposition == CREATE_ALWAYS
+                                                                : access == GENERIC_READ && present);
     const bool reads = share == kShared && access == GENERIC_READ && present;
     const bool appends = share == kShared && access == FILE_APPEND_DATA && disposition == OPEN_ALWAYS;
     const bool served = (alone || reads || appends) && !templateFile &&
@@ -79,6 +81,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
     const BOOL opened = Succeeds([&]() -> DWORD {
         if (const DWORD error = CheckRequest(access, share, disposition, attributes, templateFile)) return error;
         const int flags = access == FILE_APPEND_DATA ? O_WRONLY | O_APPEND
+                          : access == GENERIC_WRITE  ? O_WRONLY
                           : (access & GENERIC_WRITE) ? O_RDWR
                                                      : O_RDONLY;
         const bool hidden = (attributes & FILE_ATTRIBUTE_HIDDEN) != 0;

@@ -12,8 +12,8 @@ class CSuiteModule : public CComModule {
 template <class Class>
 CComModule& SuiteModule() noexcept {
     static ObjectMapEntry objects[] = {
-        {&Class::ClassId(), &CreateObject<Class>, nullptr},
-        {nullptr, nullptr, nullptr},
+        {&Class::ClassId(), nullptr, &CreateObject<Class>, nullptr},
+        {nullptr, nullptr, nullptr, nullptr},
     };
     static CSuiteModule module;
     static const HRESULT made = module.Init(objects);

@@ -49,6 +49,15 @@ HRESULT CComModule::EnsureClassObject(ObjectMapEntry& entry) noexcept {
     return S_OK;
 }
 
+HRESULT CComModule::UpdateRegistry(const CLSID* classId, bool registers) noexcept {
+    for (ObjectMapEntry* entry = m_objects; entry && entry->classId; ++entry) {
+        if (!entry->updateRegistry || (classId && *classId != *entry->classId)) continue;
+        const HRESULT hr = Guarded([&] { return entry->updateRegistry(registers); });
+        if (FAILED(hr)) return hr;
+    }
+    return S_OK;
+}
+
 HRESULT CComModule::CanUnloadNow() const noexcept {
     return s_lockCount == 0 ? S_OK : S_FALSE;
 }
@@ -63,6 +72,16 @@ HRESULT COVComModule::Init(ObjectMapEntry* objects, HINSTANCE instance) noexcept
         m_path = path;
         return S_OK;
     });
+}
+
+HRESULT COVComModule::RegisterServer(const CLSID* classId) noexcept {
+    OVTraceNS::CTraceScope scope("COVComModule::RegisterServer", 0);
+    return AtBoundary(scope, [&] { return UpdateRegistry(classId, true); });
+}
+
+HRESULT COVComModule::UnRegisterServer(const CLSID* classId) noexcept {
+    OVTraceNS::CTraceScope scope("COVComModule::UnRegisterServer", 0);
+    return AtBoundary(scope, [&] { return UpdateRegistry(classId, false); });
 }
 
 STDMETHODIMP CComClassFactory::QueryInterface(REFIID iid, void** object) {

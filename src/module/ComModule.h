@@ -12,6 +12,7 @@ using InstanceCreator = HRESULT (*)(IUnknown* outer, REFIID iid, void** out) noe
 // One class of the module.
 struct ObjectMapEntry {
     const CLSID* classId;
+    HRESULT (*updateRegistry)(bool registers);  // null for a class that is not registered
     InstanceCreator create;
     IUnknown* classObject;  // made at the first request, held until Term; guarded by the module's lock
 };
@@ -31,6 +32,9 @@ class CComModule {
     static void Lock() noexcept { ++s_lockCount; }
     static void Unlock() noexcept { --s_lockCount; }
 
+  protected:
+    HRESULT UpdateRegistry(const CLSID* classId, bool registers) noexcept;
+
   private:
     HRESULT EnsureClassObject(ObjectMapEntry& entry) noexcept;
 
@@ -45,6 +49,10 @@ class COVComModule : public CComModule {
 
     // Keeps the map and the module's path. A failure leaves a module that serves, without its path.
     HRESULT Init(ObjectMapEntry* objects, HINSTANCE instance) noexcept;
+
+    // Of the class, of all classes for a null one. The first failure ends it.
+    HRESULT RegisterServer(const CLSID* classId) noexcept;
+    HRESULT UnRegisterServer(const CLSID* classId) noexcept;
 
     const wstr& Path() const noexcept { return m_path; }
 

@@ -1,6 +1,7 @@
 // The module's door: what a host's loader and a host call by name.
 #include "diagnostics/TraceConfig.h"
 #include "module/ComModule.h"
+#include "module/Registration.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) {
@@ -21,4 +22,12 @@ STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, LPVOID* object) {
 
 STDAPI DllCanUnloadNow() {
     return TheModule().CanUnloadNow();
+}
+
+STDAPI DllRegisterServer() {
+    return RegisterModule();
+}
+
+STDAPI DllUnregisterServer() {
+    return UnregisterModule();
 }

@@ -72,6 +72,8 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
                              "reg query KEY [VALUE]",
                              "reg add KEY VALUE TYPE DATA",
                              "reg delete KEY [VALUE]",
+                             "register",
+                             "unregister",
                              "help [VERB]",
                              "version"}) {
         EXPECT_NE(text.find(std::string("\n  ") + verb), std::string::npos) << verb;
@@ -79,7 +81,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";
     EXPECT_EQ(Done({"--help"}), text);
     EXPECT_EQ(Done({"-h"}), text);
-    EXPECT_EQ(Json({"help"})["verbs"].size(), 26u);
+    EXPECT_EQ(Json({"help"})["verbs"].size(), 28u);
 }
 
 TEST_F(CliUsage, HelpOfOneVerbAndOfAFamily) {

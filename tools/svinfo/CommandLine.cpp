@@ -124,6 +124,13 @@ const CVerb kVerbs[] = {
      "\nWithout FILE the root's own. Ends with 0 when they are the same, with 1 when they differ. The file stays as it "
      "is.\n",
      DefineCacheDiff},
+    {"register", "", "enters the module in the suite's list of components",
+     "\nThrough the module's own exports. The list is HKLM\\SOFTWARE\\Orvantis\\Core\\SysComponents.\n",
+     DefineRegister},
+    {"unregister", "", "takes the module out of the list of components",
+     "\nWhat it leaves behind is noted in Cleanup.txt of the installation directory. Ends with 1 when there is no "
+     "list.\n",
+     DefineUnregister},
     {"help", "[VERB]", "this page, or that of a verb", "", DefineHelp},
     {"version", "", "the version", "", DefineVersion},
 };

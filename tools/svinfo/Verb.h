@@ -47,6 +47,8 @@ CAction DefineRegExport(CArguments& arguments);
 CAction DefineRegQuery(CArguments& arguments);
 CAction DefineRegAdd(CArguments& arguments);
 CAction DefineRegDelete(CArguments& arguments);
+CAction DefineRegister(CArguments& arguments);
+CAction DefineUnregister(CArguments& arguments);
 CAction DefineHelp(CArguments& arguments);
 CAction DefineVersion(CArguments& arguments);
 

@@ -39,8 +39,9 @@
 
 // INVALID_HANDLE_VALUE on a failure. Served, without a template and with the attributes hidden and normal:
 //
-//   GENERIC_READ with or without GENERIC_WRITE, no sharing     OPEN_EXISTING; with both also CREATE_ALWAYS and
-//                                                              TRUNCATE_EXISTING, which cut the file
+//   GENERIC_READ with or without GENERIC_WRITE, no sharing     OPEN_EXISTING; with both also OPEN_ALWAYS, and
+//                                                              CREATE_ALWAYS and TRUNCATE_EXISTING, which cut the file
+//   GENERIC_WRITE alone, no sharing                            CREATE_ALWAYS
 //   GENERIC_READ, shared for reading and writing               OPEN_EXISTING
 //   FILE_APPEND_DATA, shared for reading and writing           OPEN_ALWAYS: each WriteFile goes to the end
 //
