@@ -104,8 +104,8 @@ inline LPCWSTR OvServerValueText(const OV_SERVER_VALUE& value) noexcept {
 struct IOVComponentInit : public IUnknown {
     // Nothing is left to do: 0.
     STDMETHOD(Init)() = 0;
-    // Lets go of every subscriber and takes no new ones: RegisterNotification gives 0x80010001 from now on. Questions and
-    // changes are served as before. A second call does nothing more.
+    // Lets go of every subscriber and takes no new ones: RegisterNotification gives 0x80010001 from now on. Questions
+    // and changes are served as before. A second call does nothing more.
     STDMETHOD(Term)() = 0;
 };
 
@@ -133,8 +133,8 @@ struct IOVServerInfo : public IUnknown {
     // for a null or empty name and for a null pointer; else what the registry says.
     STDMETHOD(SetItemLong)(LPCWSTR name, DWORD value) = 0;
     STDMETHOD(SetItemString)(LPCWSTR name, LPCWSTR value) = 0;
-    // Deletes the local value. 0 also where there was none, and where it could not be deleted; the bits form of a policy
-    // is not deleted by this.
+    // Deletes the local value. 0 also where there was none, and where it could not be deleted; the bits form of a
+    // policy is not deleted by this.
     STDMETHOD(DeleteItem)(LPCWSTR name) = 0;
     // One of the nine authentication policies: a list of masks (OV_TYPE_ARRAY of OV_TYPE_QWORD), or a number
     // (OV_TYPE_DWORD). Any other item as its type tells: a string or a DWORD; 0x80004001 for 64 bits, 0x80070057 for

@@ -7,8 +7,8 @@
 // Damage, or anything that was passed over.
 bool HasFindings(const CSourceEntry& entry) noexcept;
 
-// "FILE: line" for each of the lines, to standard error. Past the first twenty only their number is told, unless more is
-// asked for (-v).
+// "FILE: line" for each of the lines, to standard error. Past the first twenty only their number is told, unless more
+// is asked for (-v).
 void TellLines(const std::string& file, const std::vector<std::string>& lines, COutput& output);
 
 // The same of a source's findings, each with its own place: "FILE:LINE:COLUMN: what".
