@@ -6,6 +6,7 @@
 #include "module/Failure.h"
 #include "module/RegistryKey.h"
 #include "module/SystemVersion.h"
+#include "module/TaskMem.h"
 
 namespace {
 
@@ -18,15 +19,6 @@ constexpr std::size_t kOrdinaryStrings = 8;
 DWORD TypeOf(DWORD id) noexcept {
     static constexpr DWORD kTypes[] = {0, 4, 2, 1};
     return kTypes[id >> 30];
-}
-
-// A class id as text; raises the failure.
-wstr ClassText(const GUID& id) {
-    LPOLESTR text = nullptr;
-    RaiseIfFailed(StringFromCLSID(id, &text));
-    wstr copy(text);
-    CoTaskMemFree(text);
-    return copy;
 }
 
 // False when the key or the value is missing.
@@ -97,7 +89,7 @@ HRESULT COVLog::Log(DWORD level, DWORD type, DWORD category, DWORD id, DWORD cou
     OVTraceNS::CTraceScope scope("COVLog::Log", 10);
     return AtBoundary(scope, [&]() -> HRESULT {
         if (classId == GUID{}) classId = kDefaultClass;
-        const wstr application = ApplicationName(ClassText(classId).c_str());
+        const wstr application = ApplicationName(ClassIdText(classId).c_str());
         scope.Print("m_sApplicationName - %ls", application.c_str());
         const HRESULT hr = _LogEvent(application.c_str(), level, type, category, id, count, strings, dataSize, data);
         if (FAILED(hr)) return hr;
@@ -117,7 +109,7 @@ HRESULT _LogEvent(LPCWSTR application, DWORD level, DWORD type, DWORD category, 
     return AtBoundary(scope, [&]() -> HRESULT {
         CRegistryKey key;
         RaiseIfRegistryFailed(key.Open(HKEY_CLASSES_ROOT,
-                                       (W("CLSID\\") + ClassText(CLSID_EventLogger) + W("\\InprocServer32")).c_str(),
+                                       (W("CLSID\\") + ClassIdText(CLSID_EventLogger) + W("\\InprocServer32")).c_str(),
                                        KEY_READ));
         WCHAR path[MAX_PATH] = {};
         DWORD length = MAX_PATH;

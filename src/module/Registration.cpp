@@ -6,6 +6,7 @@
 #include "module/Failure.h"
 #include "module/FileHandle.h"
 #include "module/RegistryKey.h"
+#include "module/TaskMem.h"
 
 namespace {
 
@@ -84,10 +85,7 @@ wstr LineOf(LPCWSTR kind, LPCWSTR target, DWORD number, LPCWSTR extra) {
 HRESULT CComponentRegistrar::RegisterComponent(LPCWSTR keyPath, LPCWSTR name, REFCLSID classId) const noexcept {
     OVTraceNS::CTraceScope scope("CComponentRegistrar::RegisterComponent", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        LPOLESTR text = nullptr;
-        RaiseIfFailed(StringFromCLSID(classId, &text));
-        const wstr value = wstr(text).append(W(":")).append(m_modulePath);
-        CoTaskMemFree(text);
+        const wstr value = ClassIdText(classId).append(W(":")).append(m_modulePath);
         RaiseIfRegistryFailed(OpenOrMake(keyPath).SetString(name, value.c_str()));
         return S_OK;
     });

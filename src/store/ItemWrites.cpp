@@ -15,6 +15,7 @@
 #include "diagnostics/EventLog.h"
 #include "diagnostics/EventLogger.h"
 #include "module/Failure.h"
+#include "module/TaskMem.h"
 #include "sources/AuthPolicy.h"
 #include "store/PolicyKey.h"
 #include "store/PolicyNames.h"
@@ -38,11 +39,6 @@ CPolicyItem ItemOf(const OV_SERVER_INFO_EX& record) {
     item.value.Assign(record.value);
     return item;
 }
-
-struct TaskText {
-    ~TaskText() { CoTaskMemFree(text); }
-    LPWSTR text = nullptr;
-};
 
 // The key of an item in the local key, and `name` moved on to its leaf. Raises the failure.
 CRegistryKey OpenLocalKey(LPCWSTR& name) {
@@ -153,11 +149,11 @@ STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
 STDMETHODIMP CServerInfo::SetItemString(LPCWSTR name, LPCWSTR value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemString", 0);
     if (IsNoName(name) || !value) return Refused(scope);
-    TaskText old;
+    CTaskText old;
     return SetPlainItem(
-        name, scope, [&] { return GetItemString(name, &old.text); },
+        name, scope, [&] { return GetItemString(name, &old); },
         [&](CRegistryKey& key, LPCWSTR leaf) { return key.SetString(leaf, value); },
-        [&] { return CompareNames(old.text, value) != 0; }, [&](LogEvent& event) { event << old.text << value; });
+        [&] { return CompareNames(old.Get(), value) != 0; }, [&](LogEvent& event) { event << old.Get() << value; });
 }
 
 STDMETHODIMP CServerInfo::SetItem(LPCWSTR name, const OV_SERVER_VALUE* value) {

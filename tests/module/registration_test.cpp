@@ -41,7 +41,7 @@ class Registration : public RootTest {
     static wstr Text(LPCWSTR path, LPCWSTR name) {
         const Value value = Get(path, name);
         wstr text(value.bytes.size() / sizeof(WCHAR), 0);
-        std::memcpy(text.data(), value.bytes.data(), text.size() * sizeof(WCHAR));
+        if (!text.empty()) std::memcpy(text.data(), value.bytes.data(), text.size() * sizeof(WCHAR));
         return text;
     }
 };
