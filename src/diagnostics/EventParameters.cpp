@@ -5,6 +5,7 @@
 #include "diagnostics/TraceScope.h"
 #include "module/Failure.h"
 #include "module/RegistryKey.h"
+#include "module/TaskMem.h"
 #include "security/AccessToken.h"
 #include "security/ClientImpersonation.h"
 
@@ -15,16 +16,6 @@ namespace {
 constexpr DWORD kActingUser = 110;  // the text for who acts when nobody can be named
 
 using FormatMessageProc = HRESULT(WINAPI*)(DWORD code, DWORD reserved, LPWSTR* text);
-
-class CLocalText {
-  public:
-    ~CLocalText() { LocalFree(m_text); }
-    LPWSTR* operator&() noexcept { return &m_text; }
-    LPCWSTR Get() const noexcept { return m_text ? m_text : W(""); }
-
-  private:
-    LPWSTR m_text = nullptr;
-};
 
 template <class... Args>
 wstr Text(OVFormat::TFormat<std::type_identity_t<Args>...> format, Args... args) {
@@ -40,7 +31,7 @@ GetErrorMessage::GetErrorMessage(HRESULT hr) {
     CLocalText words;
     const bool known =
         format && SUCCEEDED(Guarded([&]() -> HRESULT { return format(static_cast<DWORD>(hr), 0, &words); }));
-    m_text = known ? words.Get() + Text(" (0x%08X)", hr) : Text("0x%08X", hr);
+    m_text = known ? wstr(words.Get() ? words.Get() : W("")) + Text(" (0x%08X)", hr) : Text("0x%08X", hr);
 }
 
 InitiatedBy::InitiatedBy() {

@@ -1,17 +1,17 @@
-// Texts in CoTaskMem blocks that this side frees.
+// Texts that a call hands out and this side frees.
 #pragma once
-
-#include <utility>
 
 #include "Platform.h"
 #include "module/Failure.h"
 
-class CTaskText {
+// `Free` is what the blocks of the call go back with.
+template <auto Free>
+class CHandedText {
   public:
-    CTaskText() noexcept = default;
-    ~CTaskText() { CoTaskMemFree(m_text); }
-    CTaskText(const CTaskText&) = delete;
-    CTaskText& operator=(const CTaskText&) = delete;
+    CHandedText() noexcept = default;
+    ~CHandedText() { Free(m_text); }
+    CHandedText(const CHandedText&) = delete;
+    CHandedText& operator=(const CHandedText&) = delete;
 
     // For a call that hands one out, once.
     LPWSTR* operator&() noexcept { return &m_text; }
@@ -20,6 +20,8 @@ class CTaskText {
   private:
     LPWSTR m_text = nullptr;
 };
+using CTaskText = CHandedText<&CoTaskMemFree>;
+using CLocalText = CHandedText<&LocalFree>;
 
 // A class id in braces. Raises the failure.
 inline wstr ClassIdText(REFCLSID id) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "module/Failure.h"
+#include "module/TaskMem.h"
 
 namespace {
 
@@ -32,11 +33,9 @@ void CSid::Assign(PSID sid) noexcept {
 
 wstr CSid::Text() const {
     if (m_size == 0) return {};
-    LPWSTR text = nullptr;
+    CLocalText text;
     if (!ConvertSidToStringSidW(Get(), &text)) RaiseLastError();
-    const wstr copy(text);
-    LocalFree(text);
-    return copy;
+    return text.Get();
 }
 
 const wstr& CSid::AccountName() const {
