@@ -50,6 +50,16 @@ class CMd5 {
     HCRYPTHASH m_hash = 0;
 };
 
+// Names and texts lie apart from their items, and the writing is faster than the memory that they come from.
+constexpr std::size_t kAhead = 8;
+
+void Fetch(const CPolicyItem& item) noexcept {
+    constexpr std::size_t kLine = 64;
+    const auto* const name = reinterpret_cast<const char*>(item.name.data());
+    for (std::size_t at = 0; at < item.name.size() * sizeof(WCHAR); at += kLine) __builtin_prefetch(name + at);
+    if (item.value.Type() == OV_TYPE_STRING) __builtin_prefetch(item.value.Text());
+}
+
 }  // namespace
 
 wstr CacheFileName() {
@@ -121,6 +131,7 @@ CDerWriter EncodeCacheBody(const CPolicyMap& items, OVTraceNS::CTraceScope& scop
     scope.Print("Count is %d", static_cast<DWORD>(cached.size()));
     CDerWriter writer(room);
     for (std::size_t i = cached.size(); i-- > 0;) {
+        if (i >= kAhead) Fetch(*cached[i - kAhead]);
         const std::size_t end = writer.Size();
         EncodeItem(*cached[i], writer);
         writer.Close(DerTag::kOctetString, end);

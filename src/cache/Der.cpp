@@ -1,6 +1,5 @@
 #include "cache/Der.h"
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -64,11 +63,12 @@ void CDerWriter::Integer(ULONGLONG number, std::size_t length) {
 }
 
 void CDerWriter::CloseLong(DerTag tag, std::size_t length) {
-    const std::size_t count = (static_cast<std::size_t>(std::bit_width(length)) + 7) / 8;
-    Integer(length, count);
-    BYTE* const head = Prepend(2);
+    std::size_t count = 1;
+    while (length >> (8 * count)) ++count;  // most lengths here take one byte more
+    BYTE* const head = Prepend(2 + count);
     head[0] = static_cast<BYTE>(tag);
     head[1] = static_cast<BYTE>(kLongForm | count);
+    for (std::size_t at = 1 + count; at > 1; --at, length >>= 8) head[at] = static_cast<BYTE>(length);
 }
 
 std::optional<DerElement> ReadElement(CDerBytes bytes) noexcept {
