@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Items.h"
+#include "Maps.h"
 #include "Measure.h"
 #include "cache/CacheFile.h"
 #include "module/RegistryKey.h"
@@ -20,19 +21,6 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kItems = 10'000;
-
-void Fill(CPolicyMap& map, std::size_t count) {
-    map.Clear();
-    for (const Item& item : MakeItems(count)) {
-        CPolicyItem entry{Wide(item.name), {}};
-        if (item.isString) {
-            entry.value.SetString(Wide(item.text).c_str());
-        } else {
-            entry.value.SetNumber(OV_TYPE_DWORD, item.number);
-        }
-        Must(map.Insert(std::move(entry)), "insert");
-    }
-}
 
 std::string Body(const CPolicyMap& map) {
     OVTraceNS::CTraceScope scope("bench", 0);
@@ -61,7 +49,7 @@ void WriteAnew(const std::filesystem::path& path, const std::string& body) {
 }
 
 void Encoding(CPolicyMap& map, std::size_t count, const char* measure, const Limits& limits) {
-    Fill(map, count);
+    map = MapOf(MakeItems(count));
     const std::string body = Body(map);
     const auto per = static_cast<double>(count);
     Compare(
@@ -88,7 +76,7 @@ long Status(const char* field) {
 }
 
 void Memory(CTestInstance& server, const std::filesystem::path& path) {
-    Fill(StoreDoor::Items(*server), 100'000);
+    StoreDoor::Items(*server) = MapOf(MakeItems(100'000));
     Must(StoreDoor::Save(*server) == S_OK, "save");  // whatever is only made once is there
     malloc_trim(0);                                  // what was freed before would be used again, unseen
     std::ofstream("/proc/self/clear_refs") << 5;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Items.h"
+#include "Maps.h"
 #include "Measure.h"
 #include "module/RegistryKey.h"
 #include "support/Recorder.h"
@@ -19,20 +20,6 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kItems = 10'000;
-
-CPolicyMap MapOf(const std::vector<Item>& items) {
-    CPolicyMap map;
-    for (const Item& item : items) {
-        CPolicyItem entry{Wide(item.name), {}};
-        if (item.isString) {
-            entry.value.SetString(Wide(item.text).c_str());
-        } else {
-            entry.value.SetNumber(OV_TYPE_DWORD, item.number);
-        }
-        Must(map.Insert(std::move(entry)), "insert");
-    }
-    return map;
-}
 
 // The ordered map of the language, with the same rule for names.
 struct UpLess {

@@ -22,11 +22,12 @@ std::size_t LengthOf(ULONGLONG magnitude) noexcept {
     return static_cast<std::size_t>(std::bit_width(magnitude)) / 8 + 1;
 }
 
-bool NumberFrom(CDerBytes content, std::size_t room, ULONGLONG& out) noexcept {
-    out = 0;
-    if (content.size() > room) return true;
-    for (const BYTE byte : content) out = out << 8 | byte;
-    return true;
+// 0 for a number of more bytes than `room`.
+ULONGLONG NumberFrom(CDerBytes content, std::size_t room) noexcept {
+    ULONGLONG number = 0;
+    if (content.size() > room) return number;
+    for (const BYTE byte : content) number = number << 8 | byte;
+    return number;
 }
 
 struct StringTag {
@@ -73,6 +74,13 @@ bool ScanDouble(std::string_view text, double& out) noexcept {
     return true;
 }
 
+// Between a GUID and its bytes in network order; the same both ways.
+void SwapGuid(const BYTE* from, BYTE* to) noexcept {
+    static constexpr std::array<std::size_t, sizeof(GUID)> kPlaces = {3, 2, 1,  0,  5,  4,  7,  6,
+                                                                      8, 9, 10, 11, 12, 13, 14, 15};
+    for (std::size_t i = 0; i < sizeof(GUID); ++i) to[i] = from[kPlaces[i]];
+}
+
 }  // namespace
 
 void COVAnyBlob::Write(CDerWriter& writer, CDerBytes bytes) {
@@ -86,17 +94,6 @@ bool COVAnyBlob::Read(CDerBytes element, CDerBytes& out) noexcept {
     if (content) out = *content;
     return content.has_value();
 }
-
-namespace {
-
-// Between a GUID and its bytes in network order; the same both ways.
-void SwapGuid(const BYTE* from, BYTE* to) noexcept {
-    static constexpr std::array<std::size_t, sizeof(GUID)> kPlaces = {3, 2, 1,  0,  5,  4,  7,  6,
-                                                                      8, 9, 10, 11, 12, 13, 14, 15};
-    for (std::size_t i = 0; i < sizeof(GUID); ++i) to[i] = from[kPlaces[i]];
-}
-
-}  // namespace
 
 void COVGUIDBlob::Write(CDerWriter& writer, const GUID& id) {
     BYTE bytes[sizeof id];
@@ -119,9 +116,7 @@ void COVIntBlob::Write(CDerWriter& writer, LONG number) {
 bool COVIntBlob::Read(CDerBytes element, LONG& out) noexcept {
     const std::optional<CDerBytes> content = ReadContent(element, DerTag::kInteger);
     if (!content) return false;
-    ULONGLONG number;
-    NumberFrom(*content, sizeof out, number);
-    out = static_cast<LONG>(number);
+    out = static_cast<LONG>(NumberFrom(*content, sizeof out));
     return true;
 }
 
@@ -134,7 +129,8 @@ bool COVULongBlob::Read(CDerBytes element, ULONGLONG& out, std::size_t room) noe
     if (!content) return false;
     // The byte in front of a set top bit is no part of the number.
     if (!content->empty() && content->front() == 0) content = content->subspan(1);
-    return NumberFrom(*content, room, out);
+    out = NumberFrom(*content, room);
+    return true;
 }
 
 bool ReadNameValue(CDerBytes element, CNameValue& out) noexcept {

@@ -7,11 +7,12 @@
 #include "cache/AnySequence.h"
 #include "cache/CryptBlobs.h"
 #include "cache/ValueEncoding.h"
+#include "support/Values.h"
 #include "support/Vectors.h"
 
 namespace {
 
-std::string Text(CDerBytes bytes) {
+std::string Chars(CDerBytes bytes) {
     return {bytes.begin(), bytes.end()};
 }
 CDerBytes Bytes(const std::string& text) {
@@ -31,7 +32,7 @@ template <class Write>
 std::string Encoded(Write write) {
     CDerWriter writer(1);  // so that it has to grow
     write(writer);
-    return Text(writer.Written());
+    return Chars(writer.Written());
 }
 
 std::uint32_t Fnv1a(const std::string& bytes) {
@@ -128,7 +129,7 @@ TEST(DerVectors, Decodings) {
                 CDerBytes content;
                 ASSERT_EQ(COVAnyBlob::Read(Bytes(der), content), expected);
                 if (!expected) break;
-                EXPECT_EQ(Text(content), vectors::Bytes(answer["value"]));
+                EXPECT_EQ(Chars(content), vectors::Bytes(answer["value"]));
                 break;
             }
             case 28:
@@ -170,7 +171,7 @@ TEST(DerVectors, Decodings) {
                 EXPECT_EQ(sequence.Count(), expected ? answer["count"].get<unsigned>() : 0u);
                 // The first fifty of them are told.
                 for (std::size_t i = 0; expected && i < answer["elements"].size(); ++i) {
-                    EXPECT_EQ(Text(sequence.Next()), vectors::Bytes(answer["elements"][i]));
+                    EXPECT_EQ(Chars(sequence.Next()), vectors::Bytes(answer["elements"][i]));
                 }
             }
         }
@@ -212,23 +213,6 @@ TEST(DerVectors, Texts) {
     EXPECT_EQ(text, W("\u00E9\uFFFD"));
 }
 
-// Values as code makes them, and as the file has them.
-CPolicyValue Number(DWORD type, ULONGLONG number) {
-    CPolicyValue value;
-    value.SetNumber(type, number);
-    return value;
-}
-CPolicyValue String(LPCWSTR text) {
-    CPolicyValue value;
-    value.SetString(text);
-    return value;
-}
-CPolicyValue Array(std::initializer_list<CPolicyValue> elements) {
-    CPolicyValue value;
-    value.SetNumber(OV_TYPE_ARRAY, 0);
-    for (const CPolicyValue& element : elements) value.Append(element);
-    return value;
-}
 template <class Set>
 CPolicyValue Made(Set set) {
     CPolicyValue value;
@@ -245,9 +229,9 @@ TEST(ValueEncoding, EachTypeBothWays) {
     } cases[] = {
         {Number(OV_TYPE_NONE, 0), "30 03 02 01 00"},
         {Number(OV_TYPE_LONG, 0x7F), "30 06 02 01 01 02 01 7F"},
-        {String(W("abc")), "30 0D 02 01 02 1E 08 00 61 00 62 00 63 00 00"},
-        {String(W("")), "30 07 02 01 02 1E 02 00 00"},
-        {String(W("\u0416\u00FF")), "30 0B 02 01 02 1E 06 04 16 00 FF 00 00"},
+        {Text(W("abc")), "30 0D 02 01 02 1E 08 00 61 00 62 00 63 00 00"},
+        {Text(W("")), "30 07 02 01 02 1E 02 00 00"},
+        {Text(W("\u0416\u00FF")), "30 0B 02 01 02 1E 06 04 16 00 FF 00 00"},
         {Number(OV_TYPE_ULONG, 0x7F), "30 06 02 01 03 02 01 7F"},
         {Number(OV_TYPE_DWORD, 1), "30 06 02 01 04 02 01 01"},
         {Number(OV_TYPE_DWORD, 0x80), "30 07 02 01 04 02 02 00 80"},
@@ -264,26 +248,26 @@ TEST(ValueEncoding, EachTypeBothWays) {
         {Number(OV_TYPE_UINT64, 0x100000000), "30 0A 02 01 09 02 05 01 00 00 00 00"},
         {Number(OV_TYPE_QWORD, 0), "30 06 02 01 0A 02 01 00"},
         {Number(OV_TYPE_QWORD, ~0ull), "30 0E 02 01 0A 02 09 00 FF FF FF FF FF FF FF FF"},
-        {Array({Number(OV_TYPE_QWORD, 1), Number(OV_TYPE_QWORD, 2)}),
+        {List({Number(OV_TYPE_QWORD, 1), Number(OV_TYPE_QWORD, 2)}),
          "30 16 02 01 0B 02 01 02 30 06 02 01 0A 02 01 01 30 06 02 01 0A 02 01 02"},
-        {Array({}), "30 06 02 01 0B 02 01 00"},
+        {List({}), "30 06 02 01 0B 02 01 00"},
         {Number(12, 0), "30 03 02 01 0C"},
     };
     for (const auto& [value, encoded] : cases) {
         SCOPED_TRACE(encoded);
         CDerWriter blob;
         EncodeValue(value, blob);
-        EXPECT_EQ(Text(blob.Written()), FromHex(encoded));
+        EXPECT_EQ(Chars(blob.Written()), FromHex(encoded));
         CPolicyValue decoded = Number(OV_TYPE_QWORD, 77);
         DecodeValue(blob.Written(), decoded);
         ASSERT_EQ(decoded.Type(), value.Type());
         CDerWriter again;
         EncodeValue(decoded, again);
-        EXPECT_EQ(Text(again.Written()), Text(blob.Written()));
+        EXPECT_EQ(Chars(again.Written()), Chars(blob.Written()));
     }
     CDerWriter item;
     EncodeItem({W("A"), Number(OV_TYPE_DWORD, 1)}, item);
-    EXPECT_EQ(Text(item.Written()), FromHex("30 0E 1E 04 00 41 00 00 30 06 02 01 04 02 01 01"));
+    EXPECT_EQ(Chars(item.Written()), FromHex("30 0E 1E 04 00 41 00 00 30 06 02 01 04 02 01 01"));
 }
 
 TEST(ValueEncoding, DoublesComeBack) {

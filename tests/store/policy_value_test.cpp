@@ -6,26 +6,9 @@
 #include <functional>
 
 #include "store/PolicyNames.h"
+#include "support/Values.h"
 
 namespace {
-
-CPolicyValue Number(DWORD type, ULONGLONG data) {
-    CPolicyValue value;
-    value.SetNumber(type, data);
-    return value;
-}
-
-CPolicyValue Text(LPCWSTR text) {
-    CPolicyValue value;
-    value.SetString(text);
-    return value;
-}
-
-CPolicyValue List(std::initializer_list<CPolicyValue> elements) {
-    CPolicyValue value = Number(OV_TYPE_ARRAY, 0);
-    for (const CPolicyValue& element : elements) value.Append(element);
-    return value;
-}
 
 CPolicyValue Blob(const char* bytes, std::size_t size) {
     CPolicyValue value;
