@@ -59,6 +59,12 @@ inline std::vector<Item> MakeItems(std::size_t count, bool miss = false) {
     return items;
 }
 
+// The items with other numbers.
+inline std::vector<Item> Vary(std::vector<Item> items, std::uint32_t by) {
+    for (Item& item : items) item.number += by;
+    return items;
+}
+
 inline std::u16string Wide(const std::string& text) {
     return {text.begin(), text.end()};
 }

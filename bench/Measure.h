@@ -95,6 +95,7 @@ void Cache();
 void Decisions();
 void Writes(const char* programs);
 void Tracing();
+void Lifecycle();
 void Startup(const char* folder);
 
 }  // namespace bench

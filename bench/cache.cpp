@@ -102,10 +102,14 @@ void Cache() {
     Encoding(map, kItems, "11 save of 10,000 items, encoding and digest / MD5 of the body", {1.6, 1.25});
 
     const std::string body = Body(map);
+    CPolicyMap others = MapOf(Vary(MakeItems(kItems), 1));  // what is in the file already is not written again
     Compare(
         "12 save of 10,000 items, whole / MD5, truncate, write and flush", {1.4, 1.15},
         [&](std::uint64_t times) {
-            for (; times; --times) Must(StoreDoor::Save(*server) == S_OK, "save");
+            for (; times; --times) {
+                Must(StoreDoor::Save(*server) == S_OK, "save");
+                std::swap(map, others);
+            }
         },
         [&](std::uint64_t times) {
             for (; times; --times) WriteAnew(folder / "bench-peer.cch", body);

@@ -22,6 +22,7 @@ const struct {
     {"cache", bench::Cache},
     {"decisions", bench::Decisions},
     {"writes", [] { bench::Writes(theFolder); }},
+    {"lifecycle", bench::Lifecycle},
     {"tracing", bench::Tracing},
     {"startup", [] { bench::Startup(theFolder); }},
 };
@@ -37,6 +38,7 @@ int main(int argc, char** argv) {
     // A computer of the run's own, whatever else this one is.
     const std::filesystem::path root = std::filesystem::absolute("bench-root");
     std::filesystem::remove_all(root);
+    std::filesystem::remove("svinfo.cch");  // of the run before
     bench::Must(OvSetRoot(root.c_str()) == ERROR_SUCCESS, "root");
     // From the first thread on the C library gives up its single-thread shortcuts, as in every real host.
     std::thread([] {}).join();

@@ -88,6 +88,20 @@ int WaitForLock(void* started, int waits) noexcept {
     return 1;
 }
 
+// The log is written back into the database and emptied once it is this long, in pages.
+constexpr int kLongLog = 100;
+
+// Emptied, and not only written back: what is left in the log, the next process to open the hive reads through, and
+// takes for something that was never written back. Processes that write once each would make it longer for ever.
+// Whoever reads at this moment is not waited for; a later commit tries again.
+int AfterCommit(void* context, sqlite3* database, const char* name, int pages) noexcept {
+    if (pages < kLongLog) return SQLITE_OK;
+    sqlite3_busy_handler(database, nullptr, nullptr);
+    sqlite3_wal_checkpoint_v2(database, name, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_handler(database, WaitForLock, context);
+    return SQLITE_OK;
+}
+
 DWORD Execute(sqlite3* database, const char* sql) noexcept {
     const int code = sqlite3_exec(database, sql, nullptr, nullptr, nullptr);
     return code == SQLITE_OK ? ERROR_SUCCESS : HiveErrorFromSqlite(code, sqlite3_system_errno(database));
@@ -134,9 +148,8 @@ DWORD CHiveDatabase::Open(const std::string& path, Use use, std::unique_ptr<CHiv
         // Closing is no time to wait for the disk; who goes on reading needs no checkpoint.
         sqlite3_db_config(database->m_database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
         if (sqlite3_db_readonly(database->m_database, "main") == 1) return ERROR_ACCESS_DENIED;
-        if (const DWORD error =
-                Execute(database->m_database, "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=250"))
-            return error;
+        if (const DWORD error = Execute(database->m_database, "PRAGMA synchronous=NORMAL")) return error;
+        sqlite3_wal_hook(database->m_database, AfterCommit, &database->m_waitStarted);
     }
     // Alone with the file, SQLite keeps the index in its own memory.
     if (use == Use::StandIn) {

@@ -28,28 +28,27 @@ HMODULE HandleOf(const link_map* map) noexcept {
     return reinterpret_cast<HMODULE>(const_cast<link_map*>(map));
 }
 
-// The object that an address lies in; null if it lies in none.
+// The object that an address lies in; null if it lies in none. Not by dladdr, which goes through all symbols of the
+// object for the one nobody asked for.
 const link_map* MapAt(const void* address) noexcept {
-    Dl_info info;
-    link_map* map = nullptr;
-    return dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) ? map : nullptr;
+    dl_find_object found;
+    return _dl_find_object(const_cast<void*>(address), &found) == 0 ? found.dlfo_link_map : nullptr;
 }
 
 const link_map* Program() noexcept {
     return MapAt(reinterpret_cast<const void*>(getauxval(AT_PHDR)));
 }
 
-// What is loaded at this moment. The addresses are collected first: asking for an object takes a lock of the loader
-// that must not be taken within the walk.
+// What is loaded at this moment.
 std::vector<const link_map*> LoadedObjects() {
     struct Walk {
-        std::vector<const void*> inside;
+        std::vector<const link_map*> loaded;
         bool failed = false;
     } walk;
     const auto visit = [](dl_phdr_info* info, std::size_t, void* context) noexcept -> int {
         auto& into = *static_cast<Walk*>(context);
         try {
-            into.inside.push_back(info->dlpi_phdr);
+            if (const link_map* map = MapAt(info->dlpi_phdr)) into.loaded.push_back(map);
         } catch (const std::bad_alloc&) {
             into.failed = true;
         }
@@ -57,11 +56,7 @@ std::vector<const link_map*> LoadedObjects() {
     };
     dl_iterate_phdr(visit, &walk);
     if (walk.failed) throw std::bad_alloc();
-    std::vector<const link_map*> loaded;
-    for (const void* address : walk.inside) {
-        if (const link_map* map = MapAt(address)) loaded.push_back(map);
-    }
-    return loaded;
+    return std::move(walk.loaded);
 }
 
 // Null for a handle that is no loaded object's. A null handle means the program.

@@ -34,9 +34,8 @@ class CListener {
     explicit CListener(std::string root)
         : m_root(std::move(root)),
           m_stop(eventfd(0, EFD_CLOEXEC)),
-          m_watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
           m_watched{CWatched{CPolicyFiles(m_root, false), 0, {}}, CWatched{CPolicyFiles(m_root, true), 0, {}}} {
-        if (!m_stop || !m_watch) throw std::system_error(errno, std::generic_category());
+        if (!m_stop) throw std::system_error(errno, std::generic_category());
         for (CWatched& watched : m_watched) watched.seen = watched.files.Stamp();
         m_thread = StartQuietThread([this] { Listen(); });
     }
@@ -65,17 +64,29 @@ class CListener {
 
   private:
     void Listen() noexcept {
+        // A watch takes the kernel up to 20 milliseconds to end. Who came for one answer is gone before there is any.
+        for (int look = 0; look < 10; ++look) {
+            if (!Wait(5)) return;
+            LookAtAll();
+        }
+        m_watch = CFile(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
         for (;;) {
             // Watched again before the stamps are looked at, or what changes between the two would be lost.
             Watch();
-            for (CWatched& watched : m_watched) Look(watched);
-            pollfd waiting[] = {{m_stop.Get(), POLLIN, 0}, {m_watch.Get(), POLLIN, 0}};
-            if (poll(waiting, 2, -1) < 0 && errno != EINTR) return;
-            if (waiting[0].revents) return;
+            LookAtAll();
+            // Where the user has too many watches, time must do.
+            if (!Wait(m_watch ? -1 : 200)) return;
             alignas(inotify_event) char events[4096];
             while (read(m_watch.Get(), events, sizeof events) > 0) {
             }
         }
+    }
+
+    // False when it is time to end.
+    bool Wait(int milliseconds) const noexcept {
+        pollfd waiting[] = {{m_stop.Get(), POLLIN, 0}, {m_watch.Get(), POLLIN, 0}};
+        if (poll(waiting, 2, milliseconds) < 0 && errno != EINTR) return false;
+        return waiting[0].revents == 0;
     }
 
     // The folder of the stamps, or the deepest one above it that exists, in which the next one will be made. One that
@@ -104,6 +115,9 @@ class CListener {
         return slash == std::string::npos || slash == 0 ? "/" : folder.substr(0, slash);
     }
 
+    void LookAtAll() noexcept {
+        for (CWatched& watched : m_watched) Look(watched);
+    }
     void Look(CWatched& watched) noexcept {
         const std::uint64_t now = watched.files.Stamp();
         if (now == watched.seen) return;
@@ -114,7 +128,7 @@ class CListener {
 
     const std::string m_root;
     CFile m_stop;
-    CFile m_watch;
+    CFile m_watch;                      // the thread's
     std::mutex m_lock;                  // guards the events; that of an event is taken under it
     std::array<CWatched, 2> m_watched;  // users, machine
     std::thread m_thread;

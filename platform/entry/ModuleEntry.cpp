@@ -10,12 +10,9 @@ namespace {
 
 // The handle that dlopen gives for this object.
 HINSTANCE Self() {
-    Dl_info info;
-    link_map* map = nullptr;
-    if (!dladdr1(reinterpret_cast<void*>(&DllMain), &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP)) {
-        return nullptr;
-    }
-    return reinterpret_cast<HINSTANCE>(map);
+    dl_find_object found;
+    if (_dl_find_object(reinterpret_cast<void*>(&DllMain), &found) != 0) return nullptr;
+    return reinterpret_cast<HINSTANCE>(found.dlfo_link_map);
 }
 
 // Attaches when the module is loaded. At the end, of the process or of the module, it detaches before the static

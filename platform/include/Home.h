@@ -1,5 +1,5 @@
-// What a tool or a test must tell the home, and no Win32 call says: where the computer's state lies, and that several
-// registry writes belong together.
+// What the home must be told, and no Win32 call says: by tools and tests where the computer's state lies, by whoever
+// writes that several registry writes belong together.
 #pragma once
 
 #include "win/types.h"
@@ -43,6 +43,14 @@ OVLAYER_API void WINAPI OvEndCall();
 // One line (UTF-8) to the system's own log, under the name of the suite, as an authority's message; `failed` makes a
 // warning of it. Past 2,000 bytes it is cut.
 OVLAYER_API void WINAPI OvSystemLog(const char* line, BOOL failed);
+
+// How a pointer of a client that leads nowhere is found (IsBadReadPtr and its like): by touching it, and by a handler
+// of SIGSEGV and SIGBUS, set up at the first such question, that knows the three instructions which may fault. Every
+// other fault goes to what handled it before, in the same mask and stack. FALSE takes the handler back, or keeps it
+// from being set up: such pointers end the process then. Where another handler has been set up since, it stays behind
+// that one and passes everything on. TRUE sets it up again. For hosts that will have nobody's handler but their own; at
+// any time, from any thread. A home that needs no handler ignores it.
+OVLAYER_API void WINAPI OvGuardFaults(BOOL guard);
 
 // Where a node stands in the text that it was loaded from, both from 1, the column in characters. FALSE for a node that
 // was not loaded from a file, and where the home does not tell.

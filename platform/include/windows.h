@@ -6,6 +6,7 @@
 #include "win/account.h"
 #include "win/file.h"
 #include "win/module.h"
+#include "win/probe.h"
 #include "win/registry.h"
 #include "win/resource.h"
 #include "win/security.h"

@@ -1,4 +1,4 @@
-// What a tool or a test must tell the home, and no Win32 call says. The other home's platform/include/Home.h has the
+// What the home must be told, and no Win32 call says. The other home's platform/include/Home.h has the
 // contract; here stands what it means where the registry is the system's own.
 //
 // A root is a place below HKEY_CURRENT_USER\Software\OrvantisRoots, named after the folder, to which this process's
@@ -54,6 +54,9 @@ inline void OvEndCall() {}
 inline void OvSystemLog(const char* line, BOOL) {
     OutputDebugStringA(line);
 }
+
+// The system finds pointers that lead nowhere by itself.
+inline void OvGuardFaults(BOOL) {}
 
 // Nor does it tell where a node stood.
 struct IXMLDOMNode;

@@ -4,6 +4,7 @@
 
 #include "authpolicy/UserIdentity.h"
 #include "authpolicy/UserService.h"
+#include "module/ClientPointer.h"
 #include "module/RegistryKey.h"
 #include "security/AccessToken.h"
 #include "security/ClientImpersonation.h"
@@ -42,6 +43,7 @@ STDMETHODIMP CServerInfo::IsAdmin(LPCWSTR userName, DWORD nameFormat) {
     OVTraceNS::CTraceScope scope("CServerInfo::IsAdmin", 0);
     bool isAdmin = false;
     const HRESULT hr = Guarded([&]() -> HRESULT {
+        if (userName) CheckText(userName);
         COVNameResult names;
         const bool local = TranslateUserName(userName, nameFormat, kNameSam, names) == S_FALSE;
         const OV_NAME_ENTRY* const entry = names.Find(kNameSam);

@@ -5,6 +5,7 @@
 #include "authpolicy/PolicyList.h"
 #include "authpolicy/UserIdentity.h"
 #include "authpolicy/UserService.h"
+#include "module/ClientPointer.h"
 #include "store/PolicyNames.h"
 #include "store/ServerInfo.h"
 
@@ -23,7 +24,7 @@ bool Has(const CPolicyList& entries, ULONGLONG entry) noexcept {
 STDMETHODIMP CServerInfo::GetUserLogonPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetUserLogonPolicyList", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        if (!userName || !*userName) return E_INVALIDARG;
+        if (IsNoName(userName)) return E_INVALIDARG;
         if (!ClearList(count, list)) return E_INVALIDARG;
         CLockGuard lock(m_lock);
         if (IsLockedByAgent(count, list)) {

@@ -58,12 +58,6 @@ void HandOutValue(const OV_SERVER_VALUE& value, DWORD* count, ULONGLONG** list) 
     HandOut(entries, count, list);
 }
 
-bool ClearList(DWORD* count, ULONGLONG** list) noexcept {
-    if (count) *count = 0;
-    if (list) *list = nullptr;
-    return count && list;
-}
-
 LPCWSTR ItemByRole(bool isAdmin, LPCWSTR forAdmins, LPCWSTR forOthers, OVTraceNS::CTraceScope& scope) noexcept {
     if (isAdmin) {
         scope.Print("User is an Administrator.");

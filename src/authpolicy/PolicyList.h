@@ -23,6 +23,3 @@ void HandOutValue(const OV_SERVER_VALUE& value, DWORD* count, ULONGLONG** list);
 
 // The item of administrators or of all others, and a word on it in the trace.
 LPCWSTR ItemByRole(bool isAdmin, LPCWSTR forAdmins, LPCWSTR forOthers, OVTraceNS::CTraceScope& scope) noexcept;
-
-// Empties the outputs of an operation that gives a list. False when one of them is missing.
-bool ClearList(DWORD* count, ULONGLONG** list) noexcept;

@@ -7,6 +7,7 @@
 //   administrators, users  by the caller's token         by IsAdmin
 #include "authpolicy/PolicyList.h"
 #include "authpolicy/UserIdentity.h"
+#include "module/ClientPointer.h"
 #include "security/AccessToken.h"
 #include "security/ClientImpersonation.h"
 #include "store/ServerInfo.h"
@@ -50,7 +51,7 @@ STDMETHODIMP CServerInfo::GetSessionPolicyList(DWORD* count, ULONGLONG** list) {
 STDMETHODIMP CServerInfo::GetUserSessionPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetUserSessionPolicyList", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        if (!userName || !*userName) return E_INVALIDARG;
+        if (IsNoName(userName)) return E_INVALIDARG;
         if (!ClearList(count, list)) return E_INVALIDARG;
         CLockGuard lock(m_lock);
         OV_SERVER_VALUE value = {};

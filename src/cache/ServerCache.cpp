@@ -1,7 +1,11 @@
 // The store's way to the cache file and back.
 //
 // Both open the file for themselves alone, so that a reader never sees half of a writer's work, and a writer that is
-// killed leaves a file that the next reader refuses: it cuts the file first and writes in place.
+// killed leaves a file that the next reader refuses: it cuts the file first and writes in place. A file that would be
+// written as it is already is left alone, and at no risk.
+#include <algorithm>
+#include <vector>
+
 #include "cache/CacheFile.h"
 #include "module/Failure.h"
 #include "module/FileHandle.h"
@@ -10,6 +14,7 @@
 namespace {
 
 constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+constexpr std::size_t kBlock = 64 * 1024;
 
 // Also where the system has no error to tell: the result is 0 then.
 [[noreturn]] void RaiseLastError() {
@@ -66,6 +71,22 @@ void ReadBody(const wstr& name, CCryptBlob& body, OVTraceNS::CTraceScope& scope)
     }
 }
 
+// Whether the file, at its start, is these bytes and nothing else.
+bool Holds(const CFileHandle& file, CDerBytes body, CDerBytes digest) {
+    if (GetFileSize(file.Get(), nullptr) != body.size() + digest.size()) return false;
+    std::vector<BYTE> block(std::min<std::size_t>(body.size(), kBlock));
+    const auto follow = [&](CDerBytes rest) {
+        while (!rest.empty()) {
+            const CDerBytes next = rest.first(std::min(rest.size(), block.size()));
+            const DWORD read = ReadUpTo(file, block.data(), static_cast<DWORD>(next.size()));
+            if (read != next.size() || !std::equal(next.begin(), next.end(), block.begin())) return false;
+            rest = rest.subspan(next.size());
+        }
+        return true;
+    };
+    return follow(body) && follow(digest);
+}
+
 }  // namespace
 
 HRESULT CServerInfo::Load() noexcept {
@@ -94,17 +115,24 @@ HRESULT CServerInfo::Save() noexcept {
             DeleteFileW(name.c_str());
             return S_FALSE;
         }
-        CFileHandle file = OpenAlone(name, TRUNCATE_EXISTING);
-        if (!file) {
+        CFileHandle file = OpenAlone(name, OPEN_EXISTING);
+        const bool isNew = !file;
+        if (isNew) {
             HANDLE made = INVALID_HANDLE_VALUE;
             RaiseIfFailed(Create(name.c_str(), &made));
             file = CFileHandle(made);
         }
         const CDerWriter body = EncodeCacheBody(m_machineItems, scope);
+        const std::optional<CCacheDigest> digest = CacheDigestOf(body.Written());
+        if (!isNew) {
+            if (digest && Holds(file, body.Written(), *digest)) return S_OK;
+            file.Close();
+            file = OpenAlone(name, TRUNCATE_EXISTING);
+            if (!file) RaiseLastError();
+        }
         MoveToStart(file);
         WriteAll(file, body.Written());
         scope.Print("Blob size is %d", static_cast<DWORD>(body.Size()));
-        const std::optional<CCacheDigest> digest = CacheDigestOf(body.Written());
         if (!digest) throw _com_error(NTE_BAD_SIGNATURE);
         WriteAll(file, *digest);
         scope.Print("Hash size is %d", static_cast<DWORD>(digest->size()));

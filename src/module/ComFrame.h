@@ -15,6 +15,7 @@
 #include <new>
 #include <span>
 
+#include "module/ClientPointer.h"
 #include "module/ComModule.h"
 #include "module/Failure.h"
 #include "module/Lock.h"
@@ -78,6 +79,7 @@ class CComCoClass {
 
 template <class T>
 HRESULT FindInterface(T* object, REFIID iid, void** out) noexcept {
+    if (IsBadReadPtr(&iid, sizeof iid)) return E_UNEXPECTED;
     for (const auto& entry : T::InterfaceMap()) {  // T's own map, or that of a base
         if (iid == entry.iid || iid == IID_IUnknown) {
             IUnknown* found = entry.cast(object);
@@ -101,9 +103,8 @@ class CComObject : public T {
     }
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-        if (!object) return E_POINTER;
-        *object = nullptr;
-        return FindInterface<T>(this, iid, object);
+        const HRESULT hr = ClearInterface(object);
+        return FAILED(hr) ? hr : FindInterface<T>(this, iid, object);
     }
     STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(m_references.Increment()); }
     STDMETHODIMP_(ULONG) Release() override {
@@ -160,8 +161,8 @@ class CComAggObject : public IUnknown {
     }
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override {
-        if (!object) return E_POINTER;
-        *object = nullptr;
+        if (const HRESULT hr = ClearInterface(object); FAILED(hr)) return hr;
+        if (IsBadReadPtr(&iid, sizeof iid)) return E_UNEXPECTED;
         if (iid == IID_IUnknown) {
             AddRef();
             *object = static_cast<IUnknown*>(this);

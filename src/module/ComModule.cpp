@@ -27,8 +27,8 @@ void CComModule::Term() noexcept {
 }
 
 HRESULT CComModule::GetClassObject(REFCLSID classId, REFIID iid, void** object) noexcept {
-    if (!object) return E_POINTER;
-    *object = nullptr;
+    if (const HRESULT hr = ClearInterface(object); FAILED(hr)) return hr;
+    if (IsBadReadPtr(&classId, sizeof classId)) return E_UNEXPECTED;
     for (ObjectMapEntry* entry = m_objects; entry && entry->classId; ++entry) {
         if (*entry->classId != classId) continue;
         const HRESULT hr = EnsureClassObject(*entry);
@@ -85,8 +85,8 @@ HRESULT COVComModule::UnRegisterServer(const CLSID* classId) noexcept {
 }
 
 STDMETHODIMP CComClassFactory::QueryInterface(REFIID iid, void** object) {
-    if (!object) return E_POINTER;
-    *object = nullptr;
+    if (const HRESULT hr = ClearInterface(object); FAILED(hr)) return hr;
+    if (IsBadReadPtr(&iid, sizeof iid)) return E_UNEXPECTED;
     if (iid != IID_IUnknown && iid != IID_IClassFactory) return E_NOINTERFACE;
     AddRef();
     *object = static_cast<IClassFactory*>(this);
@@ -107,8 +107,8 @@ STDMETHODIMP_(ULONG) CComClassFactory::Release() {
 }
 
 STDMETHODIMP CComClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object) {
-    if (!object) return E_POINTER;
-    *object = nullptr;
+    if (const HRESULT hr = ClearInterface(object); FAILED(hr)) return hr;
+    if (IsBadReadPtr(&iid, sizeof iid)) return E_UNEXPECTED;
     // Only the outer object may hold the aggregate's own IUnknown, and it needs that one first.
     if (outer && iid != IID_IUnknown) return CLASS_E_NOAGGREGATION;
     return m_create(outer, iid, object);

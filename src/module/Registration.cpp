@@ -7,6 +7,7 @@
 #include "module/FileHandle.h"
 #include "module/RegistryKey.h"
 #include "module/TaskMem.h"
+#include "sources/PolicySave.h"
 
 namespace {
 
@@ -140,7 +141,7 @@ HRESULT UnregisterModule() noexcept {
         if (!settings.Open(HKEY_LOCAL_MACHINE, kSettingsKey, kReadWrite)) settings.DeleteTree(kSettingsName);
         AddCleanupLine(W("HKLM"), W("SOFTWARE\\Orvantis\\Policies\\CommonSettings"), 8, nullptr);
         AddCleanupLine(W("HKLM"), W("SOFTWARE\\Orvantis\\Policies\\Applications"), 8, nullptr);
-        AddCleanupLine(W("HKLM"), W("SOFTWARE\\Orvantis\\Applications\\Logon\\CachedInfo"), 8, nullptr);
+        AddCleanupLine(W("HKLM"), kCachedInfoKey, 8, nullptr);
         AddCleanupLine(W("FILE"), CacheFileName().c_str(), 1, nullptr);
         return S_OK;
     });

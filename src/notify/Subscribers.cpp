@@ -5,6 +5,7 @@
 // subscribers itself but the cookies that stood in it when it began, and looks each one up again.
 #include <vector>
 
+#include "module/ClientPointer.h"
 #include "module/Failure.h"
 #include "store/ReducedName.h"
 #include "store/ServerInfo.h"
@@ -50,6 +51,9 @@ STDMETHODIMP CServerInfo::RegisterNotification(LPCWSTR name, IOVInfoChangeCallba
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!name || !callback) return E_INVALIDARG;
         if (!cookie) return E_POINTER;
+        CheckText(name);
+        CheckInterface(callback, 4);
+        CheckWritable(cookie);
         *cookie = 0;
         CLockGuard lock(m_lock);
         if (m_terminating) return kCallRejected;

@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <new>
-#include <span>
 #include <string>
 
 #include "diagnostics/TraceScope.h"
@@ -109,13 +108,7 @@ void SaveList(HKEY rootParent, LPCWSTR path, LPCWSTR name, std::span<const OV_SE
     CRegistryKey key;
     RaiseIfRegistryFailed(key.Create(rootParent, ListPath(path).c_str(), nullptr, REG_OPTION_NON_VOLATILE,
                                      kPolicyWriteAccess, nullptr, nullptr));
-    wstr text;
-    for (const OV_SERVER_VALUE& element : elements) {
-        AppendHex16(text, MaskOf(element));
-        text += WCHAR{0};
-    }
-    // The NUL that c_str() adds is the one that closes the list.
-    RaiseIfRegistryFailed(key.SetMultiString(name, text.c_str()));
+    RaiseIfRegistryFailed(key.SetMultiString(name, AuthPolicyList(elements).c_str()));
 }
 
 void SaveNumber(HKEY rootParent, LPCWSTR path, LPCWSTR name, DWORD number) {
@@ -145,6 +138,15 @@ HRESULT ReadAuthPolicyFromKey(HKEY rootParent, LPCWSTR path, LPCWSTR name, CPoli
 
 wstr AuthPolicyKey(LPCWSTR path, LPCWSTR name, const CPolicyValue& value) {
     return value.Type() == OV_TYPE_DWORD ? wstr(path).append(1, W('\\')).append(BitsPath(name)) : ListPath(path);
+}
+
+wstr AuthPolicyList(std::span<const OV_SERVER_VALUE> elements) {
+    wstr text;
+    for (const OV_SERVER_VALUE& element : elements) {
+        AppendHex16(text, MaskOf(element));
+        text += WCHAR{0};
+    }
+    return text;
 }
 
 HRESULT SaveAuthPolicyGPO(HKEY rootParent, LPCWSTR path, LPCWSTR name, const OV_SERVER_VALUE& value) noexcept {

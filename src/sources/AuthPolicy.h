@@ -12,6 +12,8 @@
 
 #include <orvantis/ServerInfo.h>
 
+#include <span>
+
 #include "Platform.h"
 #include "store/PolicyValue.h"
 
@@ -24,6 +26,10 @@ HRESULT ReadAuthPolicyFromKey(HKEY rootParent, LPCWSTR path, LPCWSTR name, CPoli
 
 // The key in which a value lies that one of the two above has read, with `path` for the root's own path.
 wstr AuthPolicyKey(LPCWSTR path, LPCWSTR name, const CPolicyValue& value);
+
+// The strings of the list form, each with its NUL. The one that closes the list is the NUL that c_str() adds. An
+// element that is no 64-bit number counts as 0.
+wstr AuthPolicyList(std::span<const OV_SERVER_VALUE> elements);
 
 // Writes types 3 and 4 as the plain number and type 11 as a list, and takes the other form away first, so that a policy
 // has one of the two after each write. 0x80070057 for every other type; else the Win32 error of the failed step.

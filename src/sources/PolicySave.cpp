@@ -9,16 +9,39 @@
 
 namespace {
 
-HRESULT WriteValue(CRegistryKey& key, LPCWSTR name, const CPolicyValue& value) noexcept {
+HRESULT SaveItem(HKEY root, LPCWSTR path, const CPolicyItem& item) {
+    LPCWSTR valueName = item.name.c_str();
+    CRegistryKey key;
+    const LONG error = OpenPolicyKey(key, root, path, valueName, false);
+    if (error) return ResultFromRegistry(error);
+    CRegistryForm form;
+    if (const HRESULT hr = RegistryFormOf(item.value, form); FAILED(hr)) return hr;
+    return ResultFromRegistry(RegSetValueExW(key.Get(), valueName, 0, form.type,
+                                             reinterpret_cast<const BYTE*>(form.bytes.data()),
+                                             static_cast<DWORD>(form.bytes.size())));
+}
+
+}  // namespace
+
+HRESULT RegistryFormOf(const CPolicyValue& value, CRegistryForm& form) {
+    const auto take = [&](DWORD type, const void* bytes, std::size_t size) -> HRESULT {
+        form.type = type;
+        form.bytes.assign(static_cast<const char*>(bytes), size);
+        return S_OK;
+    };
     switch (value.Type()) {
-        case OV_TYPE_STRING:
-            return ResultFromRegistry(key.SetString(name, value.Text()));
-        case OV_TYPE_DWORD:
-            return ResultFromRegistry(key.SetDword(name, value.Dword()));
+        case OV_TYPE_STRING: {
+            const LPCWSTR text = value.Text();
+            if (!text) return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+            return take(REG_SZ, text, (wcslen(text) + 1) * sizeof(WCHAR));
+        }
+        case OV_TYPE_DWORD: {
+            const DWORD number = value.Dword();
+            return take(REG_DWORD, &number, sizeof number);
+        }
         case OV_TYPE_QWORD: {
             const ULONGLONG number = value.Number();
-            return ResultFromRegistry(
-                RegSetValueExW(key.Get(), name, 0, REG_QWORD, reinterpret_cast<const BYTE*>(&number), sizeof number));
+            return take(REG_QWORD, &number, sizeof number);
         }
         case OV_TYPE_ARRAY:
             return E_NOTIMPL;
@@ -26,15 +49,6 @@ HRESULT WriteValue(CRegistryKey& key, LPCWSTR name, const CPolicyValue& value) n
             return static_cast<HRESULT>(0x80020008u);  // DISP_E_BADVARTYPE
     }
 }
-
-HRESULT SaveItem(HKEY root, LPCWSTR path, const CPolicyItem& item) {
-    LPCWSTR valueName = item.name.c_str();
-    CRegistryKey key;
-    const LONG error = OpenPolicyKey(key, root, path, valueName, false);
-    return error ? ResultFromRegistry(error) : WriteValue(key, valueName, item.value);
-}
-
-}  // namespace
 
 bool IsNeverSaved(LPCWSTR itemName) noexcept {
     return _wcsicmp(itemName, W("CommonSettings\\{1750cc24-5adb-4d63-b4a5-9a25c252275a}\\DisableApps")) == 0;

@@ -1,4 +1,5 @@
 // IOVServerInfoExt, and the files that a load reads.
+#include "module/ClientPointer.h"
 #include "module/Failure.h"
 #include "sources/WorkgroupFiles.h"
 #include "sources/XMLPolicyReader.h"
@@ -28,7 +29,7 @@ STDMETHODIMP CServerInfo::CopyWorkgroupPoliciesLocally(LPCWSTR xml) {
     OVTraceNS::CTraceScope scope("CServerInfo::CopyWorkgroupPoliciesLocally", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         CPolicyMap map;
-        if (xml && *xml) {
+        if (!IsNoName(xml)) {
             scope.Print("Workgroup policies are taken from the string parameter");
             const CComBSTR text(xml);
             CopySettings(CExtXMLPolicyReader(VariantOf(text), map));

@@ -1,4 +1,5 @@
 // The questions of IOVServerInfo: an array of records, one number, one string.
+#include "module/ClientPointer.h"
 #include "module/Failure.h"
 #include "security/AccessToken.h"
 #include "security/ClientImpersonation.h"
@@ -6,12 +7,26 @@
 #include "store/ServerInfo.h"
 
 STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
+    return Answer(count, records, true);
+}
+
+// `fromClient`: the records and their names are not known to be memory.
+HRESULT CServerInfo::Answer(DWORD count, OV_SERVER_INFO_EX* records, bool fromClient) noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::GetInfo", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         if (count != 0 && !records) return E_POINTER;
+        if (fromClient) CheckWritable(records, count);
         CLockGuard lock(m_lock);
         Initialize(true);
-        for (DWORD i = 0; i < count; ++i) AnswerRecord(records[i]);
+        for (DWORD i = 0; i < count; ++i) {
+            if (fromClient && records[i].name && IsBadText(records[i].name)) {
+                records[i].value = {};
+                records[i].hr = E_UNEXPECTED;
+                scope.Result("", records[i].hr);
+            } else {
+                AnswerRecord(records[i]);
+            }
+        }
         return S_OK;
     });
 }
@@ -39,7 +54,8 @@ bool CServerInfo::AnswerForUser(OV_SERVER_INFO_EX& record) noexcept {
 STDMETHODIMP CServerInfo::GetItemLong(LPCWSTR name, DWORD* value) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetItemLong", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        if (!name || !*name || !value) return E_INVALIDARG;
+        if (IsNoName(name) || !value) return E_INVALIDARG;
+        CheckWritable(value);
         *value = 0;
         OV_SERVER_VALUE found;
         const HRESULT hr = GetItemOfType(name, OV_TYPE_DWORD, found);
@@ -51,7 +67,8 @@ STDMETHODIMP CServerInfo::GetItemLong(LPCWSTR name, DWORD* value) {
 STDMETHODIMP CServerInfo::GetItemString(LPCWSTR name, LPWSTR* value) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetItemString", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
-        if (!name || !*name || !value) return E_INVALIDARG;
+        if (IsNoName(name) || !value) return E_INVALIDARG;
+        CheckWritable(value);
         *value = nullptr;
         OV_SERVER_VALUE found;
         const HRESULT hr = GetItemOfType(name, OV_TYPE_STRING, found);
@@ -60,10 +77,10 @@ STDMETHODIMP CServerInfo::GetItemString(LPCWSTR name, LPWSTR* value) {
     });
 }
 
-// The one record of a single-name question. Through GetInfo of the object's own interface, as any client would ask.
+// The one record of a single-name question, as any client would ask with GetInfo.
 HRESULT CServerInfo::GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value) {
     OV_SERVER_INFO_EX record = {name, OV_QUERY, {}};
-    const HRESULT hr = GetInfo(1, &record);
+    const HRESULT hr = Answer(1, &record, false);
     if (FAILED(hr)) return hr;
     if (FAILED(record.hr)) return record.hr;
     if (record.value.type != type) {

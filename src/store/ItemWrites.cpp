@@ -14,6 +14,7 @@
 // None of it is one step: two writers of one name may interleave.
 #include "diagnostics/EventLog.h"
 #include "diagnostics/EventLogger.h"
+#include "module/ClientPointer.h"
 #include "module/Failure.h"
 #include "module/TaskMem.h"
 #include "sources/AuthPolicy.h"
@@ -87,12 +88,12 @@ bool DeleteLocalValue(LPCWSTR name) noexcept {
     });
 }
 
-bool IsNoName(LPCWSTR name) noexcept {
-    return !name || !*name;
-}
-
-HRESULT Refused(OVTraceNS::CTraceScope& scope) noexcept {
-    return AtBoundary(scope, []() -> HRESULT { return E_INVALIDARG; });
+// What the arguments of a write give it, before anything else is done.
+template <class Ask>
+HRESULT Refusal(OVTraceNS::CTraceScope& scope, Ask areMissing) noexcept {
+    const HRESULT hr = Guarded([&]() -> HRESULT { return areMissing() ? E_INVALIDARG : S_OK; });
+    if (FAILED(hr)) scope.Result("", hr);
+    return hr;
 }
 
 }  // namespace
@@ -138,7 +139,7 @@ HRESULT CServerInfo::SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, A
 
 STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemLong", 0);
-    if (IsNoName(name)) return Refused(scope);
+    if (const HRESULT hr = Refusal(scope, [&] { return IsNoName(name); }); FAILED(hr)) return hr;
     DWORD old = 0;
     return SetPlainItem(
         name, scope, [&] { return GetItemLong(name, &old); },
@@ -148,7 +149,12 @@ STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
 
 STDMETHODIMP CServerInfo::SetItemString(LPCWSTR name, LPCWSTR value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemString", 0);
-    if (IsNoName(name) || !value) return Refused(scope);
+    const HRESULT refused = Refusal(scope, [&] {
+        if (IsNoName(name) || !value) return true;
+        CheckText(value);
+        return false;
+    });
+    if (FAILED(refused)) return refused;
     CTaskText old;
     return SetPlainItem(
         name, scope, [&] { return GetItemString(name, &old); },
@@ -160,6 +166,8 @@ STDMETHODIMP CServerInfo::SetItem(LPCWSTR name, const OV_SERVER_VALUE* value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItem", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!value || IsNoName(name)) return E_INVALIDARG;
+        CheckReadable(value);
+        if (value->type == OV_TYPE_ARRAY && value->items) CheckReadable(value->items, static_cast<DWORD>(value->data));
         const LPCWSTR policy = ReduceName(name);
         if (IsAuthPolicyName(policy)) return SetPolicy(name, policy, *value, scope);
         switch (value->type) {

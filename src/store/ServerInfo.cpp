@@ -38,11 +38,8 @@ void CServerInfo::Prepare() {
     RaiseIfFailed(m_adminAcl.AddAllowedAce(AdministratorsSid(), kReadItems));
 }
 
-void CServerInfo::Finish(bool save) noexcept {
+void CServerInfo::Finish() noexcept {
     if (m_subscribed) Unsubscribe();
-    CLockGuard lock(m_lock);
-    if (save) Save();
-    m_machineItems.Clear();
 }
 
 HRESULT CServerInfo::FinalConstruct() {
@@ -56,5 +53,12 @@ HRESULT CServerInfo::FinalConstruct() {
 
 void CServerInfo::FinalRelease() noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::FinalRelease", 0);
-    Finish(true);
+    AtBoundary(scope, [&]() -> HRESULT {
+        Finish();
+        CLockGuard lock(m_lock);
+        Save();
+        SaveCachedInfo();
+        return S_OK;
+    });
+    m_machineItems.Clear();
 }

@@ -5,8 +5,8 @@
 //
 //   new --FinalConstruct--> constructed --first query--> answering --last Release--> FinalRelease, gone
 //
-// The first fills the store from the cache file, the first query from the sources, and the last writes the cache file.
-// Term may come in between: no subscribers from then on.
+// The first fills the store from the cache file, the first query from the sources, and the last writes the cache file
+// and the registry copy. Term may come in between: no subscribers from then on.
 //
 // Locks    m_lock is the object's one lock, recursive. It guards every map and flag below; an operation that needs it
 //          takes it for its whole length, and those that expect it held say so. TraceLock may be taken under it.
@@ -96,10 +96,9 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
 
   protected:
-    // The beginning of an object, but for the cache file, and its end, with the file or without. Prepare raises its
-    // failure.
+    // The beginning and the end of an object but for what it finds and leaves behind. Prepare raises its failure.
     void Prepare();
-    void Finish(bool save) noexcept;
+    void Finish() noexcept;
 
     // Load and compare: store/LoadCompare.cpp. Failures are raised.
     void Initialize(bool load);
@@ -119,6 +118,9 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     // Writes the items of `map` below `path`, each at the place that its name gives: sources/PolicySave.cpp. What
     // becomes of single items stands in the trace.
     HRESULT SavePolicies(const CPolicyMap& map, HKEY root, LPCWSTR path) noexcept;
+    // Leaves the store in a key of its own, for readers outside: sources/CachedInfo.cpp. What the key held before goes.
+    // Raises why it could not be replaced. m_lock is held.
+    void SaveCachedInfo();
 
     // The cache file: cache/ServerCache.cpp. What fails stands in the trace too.
     HRESULT Load() noexcept;  // replaces the store; a failure before the file has proved whole leaves it as it was
@@ -201,6 +203,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     template <class Add>
     void LogWrite(LPCWSTR name, HRESULT hr, DWORD done, DWORD failed, OVTraceNS::CTraceScope& scope, Add add) noexcept;
 
+    HRESULT Answer(DWORD count, OV_SERVER_INFO_EX* records, bool fromClient) noexcept;
     void AnswerRecord(OV_SERVER_INFO_EX& record) noexcept;
     HRESULT GetItemOfType(LPCWSTR name, DWORD type, OV_SERVER_VALUE& value);
     void FindMachineValue(OV_SERVER_INFO_EX& record, bool defaultOnly, OVTraceNS::CTraceScope& scope);

@@ -11,7 +11,7 @@ class CLooker : public CServerInfo {
         Prepare();
         return S_OK;
     }
-    void FinalRelease() noexcept { Finish(false); }
+    void FinalRelease() noexcept { Finish(); }
 };
 
 }  // namespace

@@ -2,10 +2,10 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "module/RegBatch.h"
 #include "svinfo/FileIo.h"
 #include "svinfo/PolicyApply.h"
 #include "svinfo/PolicyEngine.h"
-#include "svinfo/RegBatch.h"
 #include "svinfo/Text.h"
 #include "svinfo/UserName.h"
 #include "svinfo/Verb.h"

@@ -2,8 +2,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "module/RegBatch.h"
 #include "module/RegistryKey.h"
-#include "svinfo/RegBatch.h"
 #include "svinfo/RegData.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"

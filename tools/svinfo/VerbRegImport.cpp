@@ -2,9 +2,9 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "module/RegBatch.h"
 #include "module/RegistryKey.h"
 #include "svinfo/FileIo.h"
-#include "svinfo/RegBatch.h"
 #include "svinfo/RegFile.h"
 #include "svinfo/Text.h"
 #include "svinfo/Verb.h"

@@ -42,6 +42,7 @@ using LONGLONG = long long;
 using ULONGLONG = unsigned long long;
 using DWORD64 = unsigned long long;
 using LONG_PTR = std::intptr_t;
+using UINT_PTR = std::uintptr_t;
 using ULONG_PTR = std::uintptr_t;
 using SIZE_T = std::size_t;
 using BOOL = std::int32_t;

@@ -1,4 +1,4 @@
-// CRegBatch: registry writes that happen together or not at all.
+// CRegBatch: registry writes that happen together or not at all, where the home has transactions; else one by one.
 #pragma once
 
 #include "Platform.h"
