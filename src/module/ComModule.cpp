@@ -111,7 +111,10 @@ STDMETHODIMP CComClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void*
     if (IsBadReadPtr(&iid, sizeof iid)) return E_UNEXPECTED;
     // Only the outer object may hold the aggregate's own IUnknown, and it needs that one first.
     if (outer && iid != IID_IUnknown) return CLASS_E_NOAGGREGATION;
-    return m_create(outer, iid, object);
+    return Guarded([&] {
+        if (outer) CheckInterface(outer, 3);
+        return m_create(outer, iid, object);
+    });
 }
 
 STDMETHODIMP CComClassFactory::LockServer(BOOL lock) {
