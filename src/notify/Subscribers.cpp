@@ -48,6 +48,7 @@ class CRecords {
 
 STDMETHODIMP CServerInfo::RegisterNotification(LPCWSTR name, IOVInfoChangeCallback* callback, DWORD* cookie) {
     OVTraceNS::CTraceScope scope("CServerInfo::RegisterNotification", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!name || !callback) return E_INVALIDARG;
         if (!cookie) return E_POINTER;
@@ -67,6 +68,7 @@ STDMETHODIMP CServerInfo::RegisterNotification(LPCWSTR name, IOVInfoChangeCallba
 
 STDMETHODIMP CServerInfo::UnregisterNotification(DWORD cookie) {
     OVTraceNS::CTraceScope scope("CServerInfo::UnregisterNotification", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     return AtBoundary(scope, [&]() -> HRESULT {
         CLockGuard lock(m_lock);
         // Taken out before it goes: the client's Release may come back here.

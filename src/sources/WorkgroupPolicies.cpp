@@ -16,6 +16,7 @@ void CopySettings(CExtXMLPolicyReader&& reader) noexcept {
 
 STDMETHODIMP CServerInfo::SetWorkgroupPolicies() {
     OVTraceNS::CTraceScope scope("CServerInfo::SetWorkgroupPolicies", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     return AtBoundary(scope, [&]() -> HRESULT {
         CLockGuard lock(m_lock);
         Initialize(false);

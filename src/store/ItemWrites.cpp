@@ -139,6 +139,7 @@ HRESULT CServerInfo::SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, A
 
 STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemLong", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     if (const HRESULT hr = Refusal(scope, [&] { return IsNoName(name); }); FAILED(hr)) return hr;
     DWORD old = 0;
     return SetPlainItem(
@@ -149,6 +150,7 @@ STDMETHODIMP CServerInfo::SetItemLong(LPCWSTR name, DWORD value) {
 
 STDMETHODIMP CServerInfo::SetItemString(LPCWSTR name, LPCWSTR value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItemString", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     const HRESULT refused = Refusal(scope, [&] {
         if (IsNoName(name) || !value) return true;
         CheckText(value);
@@ -164,6 +166,7 @@ STDMETHODIMP CServerInfo::SetItemString(LPCWSTR name, LPCWSTR value) {
 
 STDMETHODIMP CServerInfo::SetItem(LPCWSTR name, const OV_SERVER_VALUE* value) {
     OVTraceNS::CTraceScope scope("CServerInfo::SetItem", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!value || IsNoName(name)) return E_INVALIDARG;
         CheckReadable(value);
@@ -212,6 +215,7 @@ HRESULT CServerInfo::SetPolicy(LPCWSTR name, LPCWSTR policy, const OV_SERVER_VAL
 
 STDMETHODIMP CServerInfo::DeleteItem(LPCWSTR name) {
     OVTraceNS::CTraceScope scope("CServerInfo::DeleteItem", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     wstr old;
     bool changed = false;
     const HRESULT hr = AtBoundary(scope, [&]() -> HRESULT {

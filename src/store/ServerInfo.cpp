@@ -23,6 +23,7 @@ STDMETHODIMP CServerInfo::Init() {
 
 STDMETHODIMP CServerInfo::Term() {
     OVTraceNS::CTraceScope scope("CServerInfo:Term", 0);
+    const CComPtr<IUnknown> alive = StayAlive();
     return AtBoundary(scope, [&]() -> HRESULT {
         CLockGuard lock(m_lock);
         m_terminating = true;

@@ -23,6 +23,7 @@
 #include "authpolicy/PolicyList.h"
 #include "diagnostics/EventLog.h"
 #include "module/ComFrame.h"
+#include "module/ComPtr.h"
 #include "module/RegistryKey.h"
 #include "notify/NotificationSubscriber.h"
 #include "notify/PolicyRefresh.h"
@@ -96,6 +97,9 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     bool AnswerForUser(OV_SERVER_INFO_EX& record) noexcept;
 
   protected:
+    // For an operation that calls clients back: one of them may drop the last reference in the middle of it.
+    CComPtr<IUnknown> StayAlive() noexcept { return CComPtr<IUnknown>(static_cast<IOVComponentInit*>(this)); }
+
     // The beginning and the end of an object but for what it finds and leaves behind. Prepare raises its failure.
     void Prepare();
     void Finish() noexcept;
