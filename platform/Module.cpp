@@ -113,7 +113,8 @@ std::string FileNameOf(LPCWSTR name) {
 std::vector<fs::path> PlacesOf(const std::string& file) {
     if (file.empty()) return {};
     if (HasFolder(file)) return {fs::absolute(file)};
-    return {ProgramPath().parent_path() / file, LayerFolder() / file};
+    const fs::path layer = LayerFolder();
+    return {ProgramPath().parent_path() / file, layer / file, layer / "orvantis" / file};
 }
 
 template <class Result>

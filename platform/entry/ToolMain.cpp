@@ -15,13 +15,15 @@ bool OvIsTerminal(int stream) {
 
 namespace {
 
-// The library beside the program, in full: a name alone is looked for as the caller of dlopen would, and that may be a
-// library that has put itself between.
+// The library beside the program, or where it is installed; in full: a name alone is looked for as the caller of dlopen
+// would, and that may be a library that has put itself between.
 std::string VerbsPath() {
     char program[4096];
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
     const std::string path(program, length > 0 ? static_cast<std::size_t>(length) : 0);
-    return path.substr(0, path.rfind('/') + 1) + kToolVerbsFile;
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const std::string beside = folder + kToolVerbsFile;
+    return access(beside.c_str(), F_OK) == 0 ? beside : folder + OV_MODULES_FROM_PROGRAM "/" + kToolVerbsFile;
 }
 
 }  // namespace

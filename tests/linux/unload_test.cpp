@@ -10,6 +10,7 @@
 #include "module/Library.h"
 #include "support/Recorder.h"
 #include "support/Registry.h"
+#include "support/RunProgram.h"
 #include "support/TestRoot.h"
 
 namespace {
@@ -91,6 +92,18 @@ TEST_F(Unload, ARegistryThatCannotBeRead) {
     EXPECT_EQ(server->GetInfo(2, records), S_OK);
     for (const OV_SERVER_INFO_EX& record : records) EXPECT_EQ(record.hr, static_cast<HRESULT>(0x80070002));
     EXPECT_EQ(server->Release(), 0u);
+}
+
+// The hosts of the client guide, as they stand there.
+TEST_F(Unload, TheHostsOfTheGuide) {
+    PutDword(W("SOFTWARE\\Orvantis\\Policies\\SpareKey"), W("SpareKeyAllowed"), 1);
+    PutDword(W("SOFTWARE\\Policies\\Orvantis\\SpareKey"), W("Other"), 1);
+    const std::vector<std::pair<std::string, std::string>> root = {{"OV_ROOT", m_root.Path().string()}};
+    const CRunResult host = RunProgram({OV_BINARIES "/client_guide"}, root);
+    EXPECT_EQ(host.exitCode, 0) << host.errors;
+    EXPECT_EQ(host.output, "1 (local)\n");
+    const CRunResult parts = RunProgram({OV_BINARIES "/client_guide_parts"}, root);
+    EXPECT_EQ(parts.exitCode, 0) << parts.errors;
 }
 
 }  // namespace
