@@ -23,6 +23,7 @@ bool Has(const CPolicyList& entries, ULONGLONG entry) noexcept {
 
 STDMETHODIMP CServerInfo::GetUserLogonPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetUserLogonPolicyList", 0);
+    const CComPtr<IUnknown> alive = StayAliveToLoad();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (IsNoName(userName)) return E_INVALIDARG;
         if (!ClearList(count, list)) return E_INVALIDARG;

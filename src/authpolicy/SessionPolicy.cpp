@@ -38,6 +38,7 @@ DWORD SessionOfCaller() {
 
 STDMETHODIMP CServerInfo::GetSessionPolicyList(DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetSessionPolicyList", 0);
+    const CComPtr<IUnknown> alive = StayAliveToLoad();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (!ClearList(count, list)) return E_INVALIDARG;
         CLockGuard lock(m_lock);
@@ -50,6 +51,7 @@ STDMETHODIMP CServerInfo::GetSessionPolicyList(DWORD* count, ULONGLONG** list) {
 
 STDMETHODIMP CServerInfo::GetUserSessionPolicyList(LPCWSTR userName, DWORD nameFormat, DWORD* count, ULONGLONG** list) {
     OVTraceNS::CTraceScope scope("CServerInfo::GetUserSessionPolicyList", 0);
+    const CComPtr<IUnknown> alive = StayAliveToLoad();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (IsNoName(userName)) return E_INVALIDARG;
         if (!ClearList(count, list)) return E_INVALIDARG;

@@ -13,6 +13,7 @@ STDMETHODIMP CServerInfo::GetInfo(DWORD count, OV_SERVER_INFO_EX* records) {
 // `fromClient`: the records and their names are not known to be memory.
 HRESULT CServerInfo::Answer(DWORD count, OV_SERVER_INFO_EX* records, bool fromClient) noexcept {
     OVTraceNS::CTraceScope scope("CServerInfo::GetInfo", 0);
+    const CComPtr<IUnknown> alive = StayAliveToLoad();
     return AtBoundary(scope, [&]() -> HRESULT {
         if (count != 0 && !records) return E_POINTER;
         if (fromClient) CheckWritable(records, count);

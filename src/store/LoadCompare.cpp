@@ -69,6 +69,7 @@ void CServerInfo::Initialize(bool load) {
     }
     if (!m_subscribed && Subscribe()) m_subscribed = true;
     m_initialized = true;
+    m_settled.store(m_gpo.hLib != nullptr, std::memory_order_relaxed);
     if (load) {
         scope.Print("Calling NotifyAll...");
         NotifyAllSubscribers();

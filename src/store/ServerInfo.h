@@ -14,6 +14,7 @@
 
 #include <orvantis/ServerInfo.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <span>
@@ -99,6 +100,10 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
   protected:
     // For an operation that calls clients back: one of them may drop the last reference in the middle of it.
     CComPtr<IUnknown> StayAlive() noexcept { return CComPtr<IUnknown>(static_cast<IOVComponentInit*>(this)); }
+    // The same for a question, which does so when it brings about the first load.
+    CComPtr<IUnknown> StayAliveToLoad() noexcept {
+        return m_settled.load(std::memory_order_relaxed) ? CComPtr<IUnknown>() : StayAlive();
+    }
 
     // The beginning and the end of an object but for what it finds and leaves behind. Prepare raises its failure.
     void Prepare();
@@ -170,6 +175,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
     CLoadObserver* m_observer = nullptr;              // not owned
     CDecisionObserver* m_decisionObserver = nullptr;  // not owned
     bool m_initialized = false;                       // Initialize has done its work
+    std::atomic<bool> m_settled{false};               // Initialize will do nothing any more; read without m_lock
     bool m_subscribed = false;                        // the Group Policy subscription exists
     bool m_terminating = false;                       // no new subscribers
     bool m_endPutOff = false;  // the refresh on this thread ends the object; of that thread alone

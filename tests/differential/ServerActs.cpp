@@ -1,8 +1,14 @@
 #include "differential/ServerActs.h"
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
 #include "module/Library.h"
 #include "module/RegistryKey.h"
+#include "sources/PolicySave.h"
 #include "support/Recorder.h"
+#include "support/RegistryTree.h"
 
 namespace {
 
@@ -58,6 +64,19 @@ std::string ShownValue(const OV_SERVER_VALUE& value) {
 
 std::string ShownResult(HRESULT hr) {
     return Hex(static_cast<DWORD>(hr));
+}
+
+// What an object leaves at its end: the cache file, byte for byte, and the copy in the registry.
+std::string LeftBehind() {
+    std::ifstream file("svinfo.cch", std::ios::binary);
+    std::string text = file ? "file" : "no file";
+    for (std::istreambuf_iterator<char> at(file), end; at != end; ++at) {
+        const auto byte = static_cast<BYTE>(*at);
+        text.append(1, "0123456789abcdef"[byte >> 4]).append(1, "0123456789abcdef"[byte & 15]);
+    }
+    std::string copy = TreeText(kCachedInfoKey);
+    std::replace(copy.begin(), copy.end(), '\n', ';');
+    return text + "; " + copy;
 }
 
 // Where an item lies: a key and a value name.
@@ -224,6 +243,7 @@ void CServerActs::Renew() {
     static constexpr LPCWSTR kFilters[] = {W(""), W(""), W("key"), W("Key\\Value"), W("LogonPolicy")};
     m_server->Release();
     m_server = nullptr;
+    m_transcript.Write("left", LeftBehind());
     MakeObject();
     const LPCWSTR filter = m_choice.Of(kFilters);
     void* found = nullptr;

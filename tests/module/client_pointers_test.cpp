@@ -12,7 +12,7 @@
 namespace {
 
 // Below everything that is ever mapped; the upper half, which is the system's; between the halves, where no address is.
-constexpr ULONG_PTR kNowhere[] = {8, 0xFFFF800000001000, 0x4242424242424242};
+constexpr ULONG_PTR kNowhere[] = {8, 0xFFFF800000001000, 0x4242424242424240};
 
 template <class T>
 T* At(ULONG_PTR address) {
