@@ -7,7 +7,9 @@
 // Memory    whatever a call hands out is one CoTaskMemAlloc block for each string and array, and the caller's to free
 //           with CoTaskMemFree (OvFreeServerValue frees a whole value). On Linux such a block is malloc's, so that a
 //           client without the layer frees it with free.
-// Results   0 for a managed value, 1 (S_FALSE) for one of the local keys, negative for none. Test for negative.
+// Results   0 for a managed value, 1 (S_FALSE) for one of the local keys, negative for none. Test for negative. Beside
+//           those told below: 0x8000FFFF for a pointer that leads nowhere, for want of memory, and for what has no code
+//           of its own. A null pointer has the result that its operation tells.
 // Threads   an instance is free-threaded; queries of one instance run one at a time.
 #pragma once
 
