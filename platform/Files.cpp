@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
+
+#include <atomic>
 
 #include "BoolCall.h"
 #include "FileOpen.h"
@@ -24,8 +27,13 @@ class COpenFile : public CKernelObject {
     }
     int Get() const noexcept { return m_file.Get(); }
 
+    // Whether the last move went to the end: what is written then goes there, wherever that is by then.
+    void SetAtEnd(bool atEnd) noexcept { m_atEnd.store(atEnd, std::memory_order_relaxed); }
+    bool IsAtEnd() const noexcept { return m_atEnd.load(std::memory_order_relaxed); }
+
   private:
     const CFile m_file;
+    std::atomic<bool> m_atEnd{false};
     const pid_t m_process;
 };
 
@@ -42,10 +50,19 @@ DWORD CheckRequest(DWORD access, DWORD share, DWORD disposition, DWORD attribute
                                       : access == GENERIC_WRITE ? disposition == CREATE_ALWAYS
                                                                 : access == GENERIC_READ && present);
     const bool reads = share == kShared && access == GENERIC_READ && present;
+    const bool writes =
+        share == kShared && access == GENERIC_WRITE && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS);
     const bool appends = share == kShared && access == FILE_APPEND_DATA && disposition == OPEN_ALWAYS;
-    const bool served = (alone || reads || appends) && !templateFile &&
-                        !(attributes & ~(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NORMAL));
+    const bool served = (alone || reads || writes || appends) && !templateFile &&
+                        !(attributes & ~(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN));
     return served ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+// In one step with finding the end, so that two processes that share a file never write over each other.
+ssize_t Append(int file, const void* bytes, std::size_t size) noexcept {
+    const iovec part = {const_cast<void*>(bytes), size};
+    const ssize_t written = pwritev2(file, &part, 1, -1, RWF_APPEND);
+    return written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS) ? write(file, bytes, size) : written;
 }
 
 // Moves bytes until all are through, or no more come.
@@ -68,7 +85,7 @@ template <class Use>
 BOOL UseFile(HANDLE handle, Use use) noexcept {
     return Succeeds([&]() -> DWORD {
         const auto file = ObjectOf<COpenFile>(handle);
-        return file ? use(file->Get()) : static_cast<DWORD>(ERROR_INVALID_HANDLE);
+        return file ? use(*file) : static_cast<DWORD>(ERROR_INVALID_HANDLE);
     });
 }
 
@@ -104,9 +121,9 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
 
 DWORD WINAPI GetFileSize(HANDLE handle, DWORD* high) {
     ULONGLONG size = 0;
-    const BOOL known = UseFile(handle, [&](int file) -> DWORD {
+    const BOOL known = UseFile(handle, [&](const COpenFile& file) -> DWORD {
         struct stat info;
-        if (fstat(file, &info) != 0) return LastError();
+        if (fstat(file.Get(), &info) != 0) return LastError();
         size = static_cast<ULONGLONG>(info.st_size);
         return ERROR_SUCCESS;
     });
@@ -117,10 +134,11 @@ DWORD WINAPI GetFileSize(HANDLE handle, DWORD* high) {
 
 DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD from) {
     DWORD place = INVALID_SET_FILE_POINTER;
-    UseFile(handle, [&](int file) -> DWORD {
+    UseFile(handle, [&](COpenFile& file) -> DWORD {
         if (high || (from != FILE_BEGIN && from != FILE_END)) return ERROR_INVALID_PARAMETER;
-        const off_t at = lseek(file, distance, from == FILE_END ? SEEK_END : SEEK_SET);
+        const off_t at = lseek(file.Get(), distance, from == FILE_END ? SEEK_END : SEEK_SET);
         if (at < 0) return errno == EINVAL ? static_cast<DWORD>(ERROR_NEGATIVE_SEEK) : LastError();
+        file.SetAtEnd(from == FILE_END && distance == 0);
         place = static_cast<DWORD>(at);
         return ERROR_SUCCESS;
     });
@@ -128,23 +146,37 @@ DWORD WINAPI SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD from
 }
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, DWORD* moved, OVERLAPPED* overlapped) {
-    return UseFile(handle, [&](int file) -> DWORD {
+    return UseFile(handle, [&](const COpenFile& file) -> DWORD {
         if (overlapped) return ERROR_INVALID_PARAMETER;
         return MoveAll(size, moved,
-                       [&](DWORD at, DWORD left) { return read(file, static_cast<BYTE*>(buffer) + at, left); });
+                       [&](DWORD at, DWORD left) { return read(file.Get(), static_cast<BYTE*>(buffer) + at, left); });
     });
 }
 
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, DWORD* moved, OVERLAPPED* overlapped) {
-    return UseFile(handle, [&](int file) -> DWORD {
+    return UseFile(handle, [&](const COpenFile& file) -> DWORD {
         if (overlapped) return ERROR_INVALID_PARAMETER;
-        return MoveAll(size, moved,
-                       [&](DWORD at, DWORD left) { return write(file, static_cast<const BYTE*>(buffer) + at, left); });
+        const auto* bytes = static_cast<const BYTE*>(buffer);
+        return MoveAll(size, moved, [&](DWORD at, DWORD left) {
+            return file.IsAtEnd() ? Append(file.Get(), bytes + at, left) : write(file.Get(), bytes + at, left);
+        });
     });
 }
 
 BOOL WINAPI FlushFileBuffers(HANDLE handle) {
-    return UseFile(handle, [](int file) -> DWORD { return fsync(file) == 0 ? ERROR_SUCCESS : LastError(); });
+    return UseFile(handle,
+                   [](const COpenFile& file) -> DWORD { return fsync(file.Get()) == 0 ? ERROR_SUCCESS : LastError(); });
+}
+
+BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+    return Succeeds([&]() -> DWORD {
+        if (security) return ERROR_INVALID_PARAMETER;
+        const std::string name = path ? PosixPath(path) : std::string();
+        if (name.empty()) return ERROR_PATH_NOT_FOUND;
+        if (mkdir(name.c_str(), kFolderMode) == 0) return ERROR_SUCCESS;
+        if (errno == EEXIST) return ERROR_ALREADY_EXISTS;
+        return errno == ENOENT ? static_cast<DWORD>(ERROR_PATH_NOT_FOUND) : LastError();
+    });
 }
 
 BOOL WINAPI DeleteFileW(LPCWSTR path) {

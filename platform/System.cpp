@@ -23,7 +23,14 @@ BOOL WINAPI GetComputerNameW(LPWSTR name, DWORD* size) {
 BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version) {
     return Succeeds([&]() -> DWORD {
         if (!version || version->dwOSVersionInfoSize < sizeof *version) return ERROR_INSUFFICIENT_BUFFER;
-        *version = {sizeof *version, 6, 1, 0, VER_PLATFORM_WIN32_NT, {}};
+        const DWORD size = version->dwOSVersionInfoSize;
+        *version = {size, 6, 1, 0, VER_PLATFORM_WIN32_NT, {}};
+        if (size >= sizeof(OSVERSIONINFOEXW)) {
+            auto& more = *reinterpret_cast<OSVERSIONINFOEXW*>(version);
+            more.wServicePackMajor = more.wServicePackMinor = more.wSuiteMask = 0;
+            more.wProductType = VER_NT_WORKSTATION;
+            more.wReserved = 0;
+        }
         return ERROR_SUCCESS;
     });
 }

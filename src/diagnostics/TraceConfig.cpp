@@ -1,10 +1,14 @@
 #include "diagnostics/TraceConfig.h"
 
+#include <iterator>
 #include <new>
 #include <utility>
 
 #include "diagnostics/Format.h"
 #include "diagnostics/TraceEngine.h"
+#include "diagnostics/TraceFile.h"
+#include "diagnostics/TraceFileName.h"
+#include "diagnostics/TraceSettings.h"
 #include "module/Library.h"
 #include "module/RegistryKey.h"
 
@@ -12,7 +16,6 @@ namespace OVTraceNS {
 
 namespace {
 
-constexpr LPCWSTR kTracingKey = W("SOFTWARE\\Orvantis\\Tracing");
 constexpr DWORD kCheckEvery = 30000;  // milliseconds
 
 // How each flag is read from its value.
@@ -39,12 +42,6 @@ bool IsSet(const CRegistryKey& key, const FlagRule& rule) noexcept {
     return rule.onlyOne ? value == 1 : value != 0;
 }
 
-// A module of either width finds the settings of a computer that has them in the 32-bit view only.
-bool OpenTracingKey(CRegistryKey& key) noexcept {
-    return key.Open(HKEY_LOCAL_MACHINE, kTracingKey, KEY_READ) == ERROR_SUCCESS ||
-           key.Open(HKEY_LOCAL_MACHINE, kTracingKey, KEY_READ | KEY_WOW64_32KEY) == ERROR_SUCCESS;
-}
-
 // Without a key nothing is set, not even what an absent value means.
 DWORD ReadFlags() noexcept {
     CRegistryKey key;
@@ -57,7 +54,7 @@ DWORD ReadFlags() noexcept {
 enum class Listed { kNoList, kOthers, kThisModule };
 
 // Whether the module is among the value names of a subkey.
-Listed LookInList(const CRegistryKey& key, LPCWSTR subkey, const WCHAR* module) noexcept {
+Listed LookInList(const CRegistryKey& key, LPCWSTR subkey, LPCWSTR module) noexcept {
     CRegistryKey list;
     if (list.Open(key.Get(), subkey, KEY_READ) != ERROR_SUCCESS) return Listed::kNoList;
     Listed found = Listed::kNoList;
@@ -73,7 +70,7 @@ Listed LookInList(const CRegistryKey& key, LPCWSTR subkey, const WCHAR* module) 
 }
 
 // A module that both lists name is traced.
-bool IsComponentEnabled(const CRegistryKey& key, const WCHAR* module) noexcept {
+bool IsComponentEnabled(const CRegistryKey& key, LPCWSTR module) noexcept {
     if (!key) return true;
     const bool excluded = LookInList(key, W("ComponentsNOT"), module) == Listed::kThisModule;
     switch (LookInList(key, W("Components"), module)) {
@@ -86,27 +83,17 @@ bool IsComponentEnabled(const CRegistryKey& key, const WCHAR* module) noexcept {
     }
 }
 
-ModuleName NameOfModule(HINSTANCE module) noexcept {
-    constexpr DWORD kRoom = 1024;
-    WCHAR path[kRoom];
-    const wstr_view text(path, GetModuleFileNameW(module, path, kRoom));
-    const std::size_t leaf = text.find_last_of(W("\\/")) + 1;  // npos + 1 is 0
-    const std::size_t dot = text.find_last_of(W('.'));
-    const std::size_t end = dot == text.npos || dot < leaf ? text.size() : dot;
-    ModuleName name = {};
-    text.substr(leaf, end - leaf).copy(name.text, MAX_PATH - 1);
-    return name;
-}
-
-// The output for tracing to a file. There is no trace file yet: it drops the records.
-COutput* NewFileOutput() noexcept {
-    return new (std::nothrow) CNoOutput;
+ModulePath PathOf(HINSTANCE module) noexcept {
+    ModulePath path = {};
+    GetModuleFileNameW(module, path.text, static_cast<DWORD>(std::size(path.text)) - 1);
+    return path;
 }
 
 COutput* NewOutput() noexcept {
     CRegistryKey key;
     const bool toFile = OpenTracingKey(key) && IsSet(key, kTraceRule) && IsSet(key, kToFileRule);
-    return toFile ? NewFileOutput() : new (std::nothrow) CNoOutput;
+    if (toFile) return new (std::nothrow) CFileOutput;
+    return new (std::nothrow) CNoOutput;
 }
 
 // Before every other static object of the module, and before the entry point, which traces.
@@ -134,9 +121,13 @@ CTraceEngine::~CTraceEngine() {
     DeleteCriticalSection(&m_lock);
 }
 
-const ModuleName& CTraceEngine::Module() noexcept {
-    if (m_module.text[0] == 0) m_module = NameOfModule(nullptr);
-    return m_module;
+const ModulePath& CTraceEngine::Process() noexcept {
+    if (m_process.text[0] == 0) m_process = PathOf(nullptr);
+    return m_process;
+}
+
+const ModulePath& CTraceEngine::Module() noexcept {
+    return m_module.text[0] != 0 ? m_module : Process();
 }
 
 void ReadTraceSettings(DWORD tick) noexcept {
@@ -152,7 +143,8 @@ void ReadTraceSettings(DWORD tick) noexcept {
 }
 
 void ApplyTraceSettings(DWORD flags) noexcept {
-    const WCHAR* module = TheTraceEngine().Module().text;
+    WCHAR module[MAX_PATH] = {};
+    SplitPath(TheTraceEngine().Module().text).base.copy(module, MAX_PATH - 1);
     theTraceState.flags.store(flags, std::memory_order_relaxed);
     CRegistryKey key;
     if (OpenTracingKey(key)) {
@@ -179,9 +171,9 @@ void ReleaseTraceOutputs() noexcept {
 
 // Asked of the system now and not when it is needed: its loader has a lock of its own, and TraceLock is the last one.
 void SetTraceModule(HINSTANCE module) noexcept {
-    const ModuleName name = NameOfModule(module);
+    const ModulePath own = PathOf(module), process = PathOf(nullptr);
     CTraceLockGuard lock;
-    TheTraceEngine().SetModule(name);
+    TheTraceEngine().SetPaths(own, process);
 }
 
 void OfferHeapDetection(HINSTANCE module) noexcept {

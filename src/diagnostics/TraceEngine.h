@@ -8,9 +8,9 @@
 
 namespace OVTraceNS {
 
-// The base file name of a module, without its extension.
-struct ModuleName {
-    WCHAR text[MAX_PATH];
+// The full path of a module.
+struct ModulePath {
+    WCHAR text[1024];
 };
 
 // Made before DllMain runs and gone after it.
@@ -25,15 +25,20 @@ class CTraceEngine {
     void Leave() noexcept { LeaveCriticalSection(&m_lock); }
 
     // All of these are guarded by TraceLock. The module is the program until it is told.
-    const ModuleName& Module() noexcept;
-    void SetModule(const ModuleName& name) noexcept { m_module = name; }
+    const ModulePath& Module() noexcept;
+    const ModulePath& Process() noexcept;
+    void SetPaths(const ModulePath& module, const ModulePath& process) noexcept {
+        m_module = module;
+        m_process = process;
+    }
     std::unique_ptr<COutput> m_output;
     SYSTEMTIME m_lastStamp = {};  // of the last time record; all zero before the first
 
   private:
     CRITICAL_SECTION m_lock;  // TraceLock
     HANDLE m_processMutex;    // named by the process id; that it exists is all it says
-    ModuleName m_module = {};
+    ModulePath m_module = {};
+    ModulePath m_process = {};
 };
 
 CTraceEngine& TheTraceEngine() noexcept;

@@ -43,6 +43,14 @@ void PutDate(const SYSTEMTIME& time, char (&out)[kDateText]) noexcept {
     PutDigits(at, 2, time.wYear);  // the century is not told
 }
 
+void PutLongDate(const SYSTEMTIME& time, char (&out)[kReopenedText]) noexcept {
+    char* at = PutDigits(out, 2, time.wMonth);
+    *at++ = '-';
+    at = PutDigits(at, 2, time.wDay);
+    *at++ = '-';
+    PutDigits(at, 4, time.wYear);
+}
+
 void PutTime(const SYSTEMTIME& time, char (&out)[kTimeText]) noexcept {
     char* at = PutDigits(out, 2, time.wHour);
     *at++ = ':';

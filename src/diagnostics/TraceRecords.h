@@ -22,6 +22,7 @@ enum class TraceTag : char {
     kLeave = '<',
     kMessage = 'U',  // UTF-8
     kResult = 'E',
+    kReopened = 'N',  // a file that is gone on with
 };
 
 #pragma pack(push, 1)
@@ -57,6 +58,10 @@ inline constexpr std::size_t kDateText = 8;
 inline constexpr std::size_t kTimeText = 12;
 void PutDate(const SYSTEMTIME& time, char (&out)[kDateText]) noexcept;
 void PutTime(const SYSTEMTIME& time, char (&out)[kTimeText]) noexcept;
+
+// "02-20-2014", without NUL.
+inline constexpr std::size_t kReopenedText = 10;
+void PutLongDate(const SYSTEMTIME& time, char (&out)[kReopenedText]) noexcept;
 
 // "-2147024891 " and the text, cut at the end of the buffer; gives the length. A null text is empty.
 std::size_t PutResult(HRESULT hr, const char* text, char (&out)[kMaxResultText]) noexcept;

@@ -24,6 +24,7 @@
 #define FILE_ATTRIBUTE_HIDDEN 0x02u
 #define FILE_ATTRIBUTE_DIRECTORY 0x10u
 #define FILE_ATTRIBUTE_NORMAL 0x80u
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u  // taken for granted
 #define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
 
 #define ERROR_TOO_MANY_OPEN_FILES 4
@@ -43,6 +44,7 @@
 //                                                              CREATE_ALWAYS and TRUNCATE_EXISTING, which cut the file
 //   GENERIC_WRITE alone, no sharing                            CREATE_ALWAYS
 //   GENERIC_READ, shared for reading and writing               OPEN_EXISTING
+//   GENERIC_WRITE alone, shared for reading and writing        CREATE_ALWAYS and OPEN_ALWAYS
 //   FILE_APPEND_DATA, shared for reading and writing           OPEN_ALWAYS: each WriteFile goes to the end
 //
 // A file that is cut keeps its owner, and by TRUNCATE_EXISTING its attributes. CREATE_ALWAYS over a hidden file that
@@ -62,7 +64,8 @@ OVLAYER_API HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, L
 #define INVALID_FILE_SIZE 0xFFFFFFFFu
 OVLAYER_API DWORD WINAPI GetFileSize(HANDLE file, DWORD* high);
 
-// From the beginning (FILE_BEGIN) or the end (FILE_END).
+// From the beginning (FILE_BEGIN) or the end (FILE_END). What is written after a move to the very end goes to the end, also
+// when others have written there in between.
 #define FILE_BEGIN 0
 #define FILE_END 2
 #define INVALID_SET_FILE_POINTER 0xFFFFFFFFu
@@ -75,6 +78,9 @@ OVLAYER_API BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, DWORD* 
 OVLAYER_API BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, DWORD* written, OVERLAPPED* overlapped);
 // To the disk.
 OVLAYER_API BOOL WINAPI FlushFileBuffers(HANDLE file);
+
+// For everybody to read; 183 for what is there, 3 when the folder above is missing. No security: null.
+OVLAYER_API BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
 
 // What CreateFileW would open: 32 while a handle is open on it, 2 when it is missing, 5 for a folder and for a file
 // that cannot be written.

@@ -17,6 +17,20 @@ struct OSVERSIONINFOW {
     DWORD dwPlatformId;
     WCHAR szCSDVersion[128];
 };
+struct OSVERSIONINFOEXW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+    WORD wServicePackMajor;
+    WORD wServicePackMinor;
+    WORD wSuiteMask;
+    BYTE wProductType;
+    BYTE wReserved;
+};
 #define VER_PLATFORM_WIN32_NT 2
-// What this layer stands for: 6.1, the first of the platform's versions that has all it serves.
+#define VER_NT_WORKSTATION 1
+// What this layer stands for: 6.1, the first of the platform's versions that has all it serves. Either form.
 OVLAYER_API BOOL WINAPI GetVersionExW(OSVERSIONINFOW* version);
