@@ -124,6 +124,29 @@ const CVerb kVerbs[] = {
      "\nWithout FILE the root's own. Ends with 0 when they are the same, with 1 when they differ. The file stays as it "
      "is.\n",
      DefineCacheDiff},
+    {"trace on", "[--verbosity N] [--path DIR]", "has every process write down what it does",
+     "\nSets DoTrace of HKLM\\SOFTWARE\\Orvantis\\Tracing. Processes that run notice within 30 seconds.\n"
+     "  --verbosity N   0, or 10 for what writes of the audit log and of names say as well\n"
+     "  --path DIR      the folder of the trace files; it is made. Without it: as set before, else beside the module\n",
+     DefineTraceOn},
+    {"trace off", "", "ends that", "\nThe files stay.\n", DefineTraceOff},
+    {"trace status", "", "the settings of tracing, and the trace files there are",
+     "\nEnds with 0 when tracing is on, with 1 when it is off.\n", DefineTraceStatus},
+    {"trace show", "FILE... [--thread N] [--since T] [--follow]", "what stands in trace files, in the order of time",
+     "\nThe head, then a line for each record: time, thread, and indented by scopes: '>' entered, '<' left, '!' "
+     "failed.\n"
+     "Several files have a number in front of the thread. A damaged file is shown up to the damage; ends with 4 then.\n"
+     "  --thread N   records of that thread alone\n"
+     "  --since T    from a time on: 20:31, 20:31:12.5, 2026-11-23, '2026-11-23 20:31'; without a day, that on which\n"
+     "               the file was begun\n"
+     "  --follow     goes on with what is written\n"
+     "With --json one object a line.\n",
+     DefineTraceShow},
+    {"trace summary", "FILE... [--folded OUT]", "calls, failures and time by scope",
+     "\nTotal time counts a scope with all below it, self time without. Both are as fine as the times in the file: "
+     "milliseconds.\n"
+     "  --folded OUT   self times by call stack, in microseconds, as flame graphs are made from\n",
+     DefineTraceSummary},
     {"register", "", "enters the module in the suite's list of components",
      "\nThrough the module's own exports. The list is HKLM\\SOFTWARE\\Orvantis\\Core\\SysComponents.\n",
      DefineRegister},

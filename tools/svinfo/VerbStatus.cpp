@@ -11,6 +11,7 @@
 #include "svinfo/LocalItems.h"
 #include "svinfo/StoreView.h"
 #include "svinfo/Text.h"
+#include "svinfo/TraceSettingsView.h"
 #include "svinfo/Verb.h"
 
 namespace fs = std::filesystem;
@@ -20,13 +21,6 @@ namespace {
 struct CHive {
     std::string file;  // below the root
     std::uintmax_t bytes;
-};
-
-struct CTracing {
-    bool on = false;
-    bool toFile = true;
-    DWORD verbosity = 0;
-    std::string path;  // empty: beside the module
 };
 
 struct CCache {
@@ -83,27 +77,6 @@ std::vector<CHive> FindHives(const fs::path& root) {
     std::sort(users.begin(), users.end());
     for (const fs::path& user : users) AddHive(hives, root, user);
     return hives;
-}
-
-// The settings are looked for in the 32-bit view as well, as the module does.
-CTracing ReadTracing() {
-    constexpr LPCWSTR kKey = W("SOFTWARE\\Orvantis\\Tracing");
-    CTracing tracing;
-    CRegistryKey key;
-    if (key.Open(HKEY_LOCAL_MACHINE, kKey, KEY_READ) &&
-        key.Open(HKEY_LOCAL_MACHINE, kKey, KEY_READ | KEY_WOW64_32KEY)) {
-        return tracing;
-    }
-    DWORD number = 0;
-    tracing.on = key.QueryDword(W("DoTrace"), number) == ERROR_SUCCESS && number != 0;
-    tracing.toFile = key.QueryDword(W("TraceToFile"), number) != ERROR_SUCCESS || number == 1;
-    if (key.QueryDword(W("Verbosity"), number) == ERROR_SUCCESS) tracing.verbosity = number;
-    for (LPCWSTR name : {W("FileName"), W("TracePath")}) {
-        WCHAR path[MAX_PATH] = {};
-        DWORD length = MAX_PATH;
-        if (tracing.path.empty() && key.QueryString(name, path, length) == ERROR_SUCCESS) tracing.path = ToUtf8(path);
-    }
-    return tracing;
 }
 
 // As it lies there.
@@ -188,7 +161,7 @@ json StatusJson(const CStatus& status) {
     answer["tracing"] = {{"on", status.tracing.on},
                          {"toFile", status.tracing.toFile},
                          {"verbosity", status.tracing.verbosity},
-                         {"path", status.tracing.path.empty() ? json(nullptr) : json(status.tracing.path)}};
+                         {"path", status.tracing.Place().empty() ? json(nullptr) : json(status.tracing.Place())}};
     return answer;
 }
 
@@ -202,7 +175,7 @@ std::string CacheText(const CCache& cache) {
 std::string TracingText(const CTracing& tracing) {
     if (!tracing.on) return "off";
     return std::string(tracing.toFile ? "on" : "on, but not to a file") + ", verbosity " +
-           std::to_string(tracing.verbosity) + (tracing.path.empty() ? "" : ", " + tracing.path);
+           std::to_string(tracing.verbosity) + (tracing.Place().empty() ? "" : ", " + tracing.Place());
 }
 
 std::string LoadText(const CLoadReport& load) {
