@@ -119,7 +119,6 @@ HRESULT CServerInfo::CacheAdminResult(LPCWSTR userName, DWORD nameFormat, DWORD 
 }
 
 bool CServerInfo::IsCallerAdministrator() {
-    OVTraceNS::CTraceScope scope("CServerInfo::IsCallerAdministrator", 0);
     CAccessToken token;
     {
         const CClientImpersonation caller;

@@ -43,12 +43,10 @@ STDMETHODIMP CServerInfo::CopyWorkgroupPoliciesLocally(LPCWSTR xml) {
 }
 
 void CServerInfo::ReadAuthPolicyFile(LPCWSTR path) {
-    OVTraceNS::CTraceScope scope("CServerInfo::ReadAuthPolicyFile", 0);
     ReadPolicyFile(path, PolicyForm::kAuthPolicies);
 }
 
 void CServerInfo::ReadSettingsFile(LPCWSTR path) {
-    OVTraceNS::CTraceScope scope("CServerInfo::ReadSettingsFile", 0);
     ReadPolicyFile(path, PolicyForm::kSettings);
 }
 

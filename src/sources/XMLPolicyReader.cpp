@@ -24,7 +24,7 @@ void CExtXMLPolicyReader::Insert(CPolicyItem item, IXMLDOMNode* node) {
 }
 
 HRESULT CExtXMLPolicyReader::SetPolicyValues(DWORD count, const OV_SERVER_INFO_EX* records) {
-    OVTraceNS::CTraceScope scope("CExtXMLPolicyReader::SetPolicyValues", 0);
+    OVTraceNS::CTraceScope scope("CServerInfo::CExtXMLPolicyReader::SetPolicyValues", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         for (DWORD i = 0; i < count; ++i) {
             const LPCWSTR name = records[i].name;
@@ -55,7 +55,7 @@ HRESULT CExtXMLPolicyReader::SetPolicyValues(DWORD count, const OV_SERVER_INFO_E
 }
 
 HRESULT CExtXMLPolicyReader::ActivateDomains(const CDomains& smDomains) {
-    OVTraceNS::CTraceScope scope("CExtXMLPolicyReader::ActivateDomains", 0);
+    OVTraceNS::CTraceScope scope("CServerInfo::CExtXMLPolicyReader::ActivateDomains", 0);
     return AtBoundary(scope, [&]() -> HRESULT {
         for (const CDomain& domain : smDomains) {
             CPolicyItem item{W("AuthenticationDomains\\") + domain.name, {}};

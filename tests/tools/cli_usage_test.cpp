@@ -59,6 +59,11 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
                              "cache show [FILE]",
                              "cache verify [FILE]",
                              "cache diff [FILE]",
+                             "trace on [--verbosity N] [--path DIR]",
+                             "trace off",
+                             "trace status",
+                             "trace show FILE... [--thread N] [--since T] [--follow]",
+                             "trace summary FILE... [--folded OUT]",
                              "reload",
                              "copy-workgroup [FILE]",
                              "watch [FILTER...] [--once] [--timeout S]",
@@ -81,7 +86,7 @@ TEST_F(CliUsage, HelpListsWhatWorks) {
     EXPECT_EQ(text.find("whatif"), std::string::npos) << "a verb appears when it works";
     EXPECT_EQ(Done({"--help"}), text);
     EXPECT_EQ(Done({"-h"}), text);
-    EXPECT_EQ(Json({"help"})["verbs"].size(), 28u);
+    EXPECT_EQ(Json({"help"})["verbs"].size(), 33u);
 }
 
 TEST_F(CliUsage, HelpOfOneVerbAndOfAFamily) {
