@@ -4,6 +4,8 @@
 #pragma once
 
 #include <memory>
+#include <typeinfo>
+#include <utility>
 
 #include "win/types.h"
 
@@ -24,5 +26,8 @@ HANDLE OpenHandle(std::shared_ptr<CKernelObject> object) noexcept;
 std::shared_ptr<CKernelObject> ObjectOf(HANDLE handle) noexcept;
 template <class Object>
 std::shared_ptr<Object> ObjectOf(HANDLE handle) noexcept {
-    return std::dynamic_pointer_cast<Object>(ObjectOf(handle));
+    std::shared_ptr<CKernelObject> object = ObjectOf(handle);
+    const CKernelObject* const found = object.get();
+    if (found && typeid(*found) == typeid(Object)) return std::static_pointer_cast<Object>(std::move(object));
+    return std::dynamic_pointer_cast<Object>(object);
 }

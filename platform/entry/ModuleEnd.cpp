@@ -1,5 +1,6 @@
-// Linked into each module that is unloaded: gives back what the C++ library inside it has kept for exceptions when there
-// is no memory. It never does so by itself, and a module that is loaded for each event would lose 72 KB each time.
+// Linked into each module that is unloaded: gives back what the C++ library inside it has kept for exceptions when
+// there is no memory. It never does so by itself, and a module that is loaded for each event would lose 72 KB each
+// time.
 #include <dlfcn.h>
 
 namespace __gnu_cxx {

@@ -64,8 +64,8 @@ OVLAYER_API HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, L
 #define INVALID_FILE_SIZE 0xFFFFFFFFu
 OVLAYER_API DWORD WINAPI GetFileSize(HANDLE file, DWORD* high);
 
-// From the beginning (FILE_BEGIN) or the end (FILE_END). What is written after a move to the very end goes to the end, also
-// when others have written there in between.
+// From the beginning (FILE_BEGIN) or the end (FILE_END). What is written after a move to the very end goes to the end,
+// also when others have written there in between.
 #define FILE_BEGIN 0
 #define FILE_END 2
 #define INVALID_SET_FILE_POINTER 0xFFFFFFFFu
