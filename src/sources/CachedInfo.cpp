@@ -109,9 +109,15 @@ void CServerInfo::SaveCachedInfo() {
     CRegBatch batch;
     const bool begun = batch.Begin() == ERROR_SUCCESS;
     CRegistryKey logon;
-    if (!logon.Open(HKEY_LOCAL_MACHINE, W("SOFTWARE\\Orvantis\\Applications\\Logon"), KEY_READ | KEY_WRITE)) {
-        logon.DeleteTree(W("CachedInfo"));
+    constexpr LPCWSTR kLogon = W("SOFTWARE\\Orvantis\\Applications\\Logon");
+    constexpr REGSAM kAccess = KEY_READ | KEY_WRITE;
+    LONG error = logon.Open(HKEY_LOCAL_MACHINE, kLogon, kAccess);
+    if (error == ERROR_FILE_NOT_FOUND && !m_machineItems.IsEmpty()) {
+        error = logon.Create(HKEY_LOCAL_MACHINE, kLogon, nullptr, REG_OPTION_NON_VOLATILE, kAccess, nullptr, nullptr);
     }
+    // Who may not write here would be refused once for each item.
+    if (error == ERROR_ACCESS_DENIED) RaiseIfRegistryFailed(error);
+    if (!error) logon.DeleteTree(W("CachedInfo"));
     SavePolicies(m_machineItems, HKEY_LOCAL_MACHINE, kCachedInfoKey);
     if (begun) RaiseIfRegistryFailed(batch.Commit());
 }
