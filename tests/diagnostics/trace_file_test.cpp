@@ -258,6 +258,7 @@ TEST_F(TraceFile, WhatGoesWrong) {
     TraceSomething();
     std::error_code ignored;
     fs::remove_all(m_root.Path() / "gone", ignored);
+    SetLastError(77);
     {
         CTraceScope scope("later", 0);
         scope.Print("text");

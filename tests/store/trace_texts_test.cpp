@@ -4,6 +4,7 @@
 #include "diagnostics/RecordingOutput.h"
 #include "store/PolicyKey.h"
 #include "support/StoreDoor.h"
+#include "support/Writer.h"
 
 namespace {
 
@@ -69,6 +70,7 @@ TEST_F(TraceTexts, OfAnObjectsLife) {
               "'SOFTWARE\\Orvantis\\Policies'...' E'-2147024894 ' < >CServerInfo::GetRegistryValue "
               "OV_SERVER_INFO_EX U'Getting 'D' from 'SOFTWARE\\Orvantis\\Policies\\Default'...' U'D = 'text'' < "
               "< < <");
+    StoreDoor::StandIn(*object, &CheckPlainly);
     EXPECT_EQ(object->SetItemLong(W("L"), 1), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
     EXPECT_EQ(Said(),
               ">CServerInfo::SetItemLong >COVSecureObject::AccessCheck2 U'Sid<>' >COVSecureObject::AccessCheck1 "

@@ -113,7 +113,10 @@ bool CTraceReader::Fill(std::size_t wanted) {
     m_blockStart += m_at;
     m_at = 0;
     m_block.resize(std::max(kBlock, left + wanted));
-    m_file.clear();
+    if (m_file.eof()) {  // moved there again, or a C library that remembers the end would not look for more
+        m_file.clear();
+        m_file.seekg(static_cast<std::streamoff>(m_blockStart + left));
+    }
     m_file.read(m_block.data() + left, static_cast<std::streamsize>(m_block.size() - left));
     m_block.resize(left + static_cast<std::size_t>(m_file.gcount()));
     return m_block.size() >= wanted;
