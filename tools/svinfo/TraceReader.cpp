@@ -109,7 +109,7 @@ CTraceReader::CTraceReader(const std::string& path) : m_path(path), m_file(PathO
 bool CTraceReader::Fill(std::size_t wanted) {
     if (Left() >= wanted) return true;
     const std::size_t left = Left();
-    std::memmove(m_block.data(), m_block.data() + m_at, left);
+    m_block.erase(m_block.begin(), m_block.begin() + static_cast<std::ptrdiff_t>(m_at));
     m_blockStart += m_at;
     m_at = 0;
     m_block.resize(std::max(kBlock, left + wanted));
