@@ -63,8 +63,11 @@ class CShow {
             for (std::size_t i = 0; i < m_files.size(); ++i) {
                 CShownFile& file = m_files[i];
                 if (!file.reader->Fault().empty()) continue;
-                if (file.reader->WasBegunAnew()) Reopen(i);
-                file.Step();
+                if (!file.reader->WasBegunAnew()) {
+                    file.Step();
+                } else {
+                    Reopen(i);
+                }
             }
             ShowRecords();
             m_output.Finish();  // whoever reads may have gone
