@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 
 #include <atomic>
 
@@ -21,18 +20,23 @@ namespace {
 // it.
 class COpenFile : public CKernelObject {
   public:
-    explicit COpenFile(CFile file) noexcept : m_file(std::move(file)), m_process(getpid()) {}
+    COpenFile(CFile file, bool appends) noexcept : m_file(std::move(file)), m_appends(appends), m_process(getpid()) {}
     ~COpenFile() override {
         if (m_process == getpid()) flock(m_file.Get(), LOCK_UN);
     }
     int Get() const noexcept { return m_file.Get(); }
 
-    // Whether the last move went to the end: what is written then goes there, wherever that is by then.
-    void SetAtEnd(bool atEnd) noexcept { m_atEnd.store(atEnd, std::memory_order_relaxed); }
-    bool IsAtEnd() const noexcept { return m_atEnd.load(std::memory_order_relaxed); }
+    // Whether the last move went to the end. What is written then goes there, wherever that is by then, in one step:
+    // two processes that share a file never write over each other.
+    void SetAtEnd(bool atEnd) noexcept {
+        if (m_atEnd.exchange(atEnd, std::memory_order_relaxed) == atEnd || m_appends) return;
+        const int flags = fcntl(m_file.Get(), F_GETFL);
+        if (flags >= 0) fcntl(m_file.Get(), F_SETFL, atEnd ? flags | O_APPEND : flags & ~O_APPEND);
+    }
 
   private:
     const CFile m_file;
+    const bool m_appends;  // from the beginning and for good
     std::atomic<bool> m_atEnd{false};
     const pid_t m_process;
 };
@@ -56,13 +60,6 @@ DWORD CheckRequest(DWORD access, DWORD share, DWORD disposition, DWORD attribute
     const bool served = (alone || reads || writes || appends) && !templateFile &&
                         !(attributes & ~(FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN));
     return served ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
-}
-
-// In one step with finding the end, so that two processes that share a file never write over each other.
-ssize_t Append(int file, const void* bytes, std::size_t size) noexcept {
-    const iovec part = {const_cast<void*>(bytes), size};
-    const ssize_t written = pwritev2(file, &part, 1, -1, RWF_APPEND);
-    return written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS) ? write(file, bytes, size) : written;
 }
 
 // Moves bytes until all are through, or no more come.
@@ -108,7 +105,7 @@ HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_AT
                                          file, existed)) {
             return error;
         }
-        const HANDLE made = OpenHandle(std::make_shared<COpenFile>(std::move(file)));
+        const HANDLE made = OpenHandle(std::make_shared<COpenFile>(std::move(file), access == FILE_APPEND_DATA));
         if (!made) return ERROR_NOT_ENOUGH_MEMORY;
         handle = made;
         return ERROR_SUCCESS;
@@ -156,9 +153,8 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, DWORD* moved, OVE
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, DWORD* moved, OVERLAPPED* overlapped) {
     return UseFile(handle, [&](const COpenFile& file) -> DWORD {
         if (overlapped) return ERROR_INVALID_PARAMETER;
-        const auto* bytes = static_cast<const BYTE*>(buffer);
         return MoveAll(size, moved, [&](DWORD at, DWORD left) {
-            return file.IsAtEnd() ? Append(file.Get(), bytes + at, left) : write(file.Get(), bytes + at, left);
+            return write(file.Get(), static_cast<const BYTE*>(buffer) + at, left);
         });
     });
 }

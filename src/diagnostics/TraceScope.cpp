@@ -20,7 +20,14 @@ bool IsWorthARecord(HRESULT hr) noexcept {
 // h. False when it does not fit.
 bool WidenFormat(const char* format, WCHAR (&out)[kWorkRoom]) noexcept {
     WCHAR plain[kWorkRoom];
-    if (MultiByteToWideChar(CP_THREAD_ACP, 0, format, -1, plain, kWorkRoom) == 0) return false;
+    std::size_t units = 0;
+    // ASCII is itself in every code page, and all formats of this system are ASCII.
+    while (units < kWorkRoom && static_cast<unsigned char>(format[units]) < 0x80) {
+        plain[units] = static_cast<WCHAR>(format[units]);
+        if (format[units++] == 0) break;
+    }
+    const bool whole = units > 0 && plain[units - 1] == 0;
+    if (!whole && MultiByteToWideChar(CP_THREAD_ACP, 0, format, -1, plain, kWorkRoom) == 0) return false;
     std::size_t used = 0;
     for (const WCHAR* at = plain; *at; ++at) {
         const bool bare = *at == W('%') && (at[1] == W('s') || at[1] == W('c'));
