@@ -9,6 +9,7 @@
 #include "win/registry.h"
 #include "win/security.h"
 #include "winternl.h"
+#include "winver.h"
 
 namespace {
 
@@ -57,12 +58,19 @@ Export userenvExports[] = {
     OV_EXPORT(LeaveCriticalPolicySection), OV_EXPORT(RefreshPolicyEx),
 };
 
+Export versionExports[] = {
+    OV_EXPORT(GetFileVersionInfoA),
+    OV_EXPORT(GetFileVersionInfoSizeA),
+    OV_EXPORT(VerQueryValueA),
+};
+
 #undef OV_EXPORT
 
 Module modules[] = {
     {u"ntdll.dll", ntdllExports},
     {u"Advapi32.dll", advapi32Exports},
     {u"Userenv.dll", userenvExports},
+    {u"Version.dll", versionExports},
 };
 
 template <class Text>

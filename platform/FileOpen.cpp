@@ -191,7 +191,8 @@ DWORD OpenFile(CFileRequest request, CFile& file, bool& existed) {
     }
     if (error == ERROR_FILE_NOT_FOUND) return MissingFileError(request.path);
     if (error) return error;
-    if ((request.flags & O_APPEND) && existed && IsStrangers(file)) return ERROR_ACCESS_DENIED;
+    const bool sharedWrite = request.lock == LOCK_SH && (request.flags & O_ACCMODE) != O_RDONLY;
+    if (sharedWrite && existed && IsStrangers(file)) return ERROR_ACCESS_DENIED;
     const bool cuts = request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
     return cuts && existed ? Cut(request, file) : ERROR_SUCCESS;
 }

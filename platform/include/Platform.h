@@ -17,6 +17,7 @@
 #include <shlwapi.h>
 #include <wincrypt.h>
 #include <winternl.h>
+#include <winver.h>
 
 #include "Home.h"
 

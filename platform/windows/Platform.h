@@ -19,6 +19,7 @@
 #include <unknwn.h>
 #include <wincrypt.h>
 #include <winternl.h>
+#include <winver.h>
 
 #include "Home.h"
 

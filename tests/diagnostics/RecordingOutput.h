@@ -38,7 +38,8 @@ class TraceTest : public RootTest {
     static constexpr LPCWSTR kKey = W("SOFTWARE\\Orvantis\\Tracing");
 
     void SetUp() override { Restart(); }
-    void TearDown() override { OVTraceNS::RestartTracing(nullptr); }
+    // What the test still lets go of traces into nothing.
+    void TearDown() override { OVTraceNS::RestartTracing(std::make_unique<OVTraceNS::CNoOutput>()); }
 
     // The engine as it is when the module was just loaded, but for the output.
     void Restart() { OVTraceNS::RestartTracing(std::make_unique<CRecordingOutput>(m_entries)); }

@@ -25,7 +25,7 @@ class Writers : public CWriterFixture {
         PutDword(W("SOFTWARE\\Orvantis\\Tracing"), W("DoTrace"), 1);
         OVTraceNS::theTraceState.nextCheckTick = 0;
     }
-    ~Writers() override { OVTraceNS::RestartTracing(nullptr); }
+    ~Writers() override { OVTraceNS::RestartTracing(std::make_unique<OVTraceNS::CNoOutput>()); }
 
     // What the check says in the trace, without the levels around it.
     std::string Said() {
@@ -195,6 +195,7 @@ TEST_F(Writers, TwoWriteAndAThirdDeletes) {
     const char* const asked = std::getenv("OV_WRITES");
     const std::string times = asked ? asked : "200";
     const std::string root = m_root.Path().string();
+    PutDword(W("SOFTWARE\\Orvantis\\Tracing"), W("DoTrace"), 0);  // theirs would be files
     CProcess first("item-writer", {root, "set", times}), second("item-writer", {root, "set", times});
     CProcess third("item-writer", {root, "delete", times});
     for (CProcess* process : {&first, &second, &third}) EXPECT_EQ(process->Hear(), "00000000");

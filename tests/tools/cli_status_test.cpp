@@ -36,12 +36,14 @@ TEST_F(CliStatus, TheSample) {
 
 TEST_F(CliStatus, TracingAsItIsSet) {
     const std::string key = "HKLM\\SOFTWARE\\Orvantis\\Tracing";
+    const std::string folder = (m_root.Path() / "traces").string();  // made by whoever traces
+    const std::string path = R"("path":)" + nlohmann::json(folder).dump() + "}";
+    Done({"reg", "add", key, "TracePath", "REG_SZ", folder});  // first: what traces from here on traces there
     Done({"reg", "add", key, "DoTrace", "REG_DWORD", "1"});
-    Done({"reg", "add", key, "TracePath", "REG_SZ", "/nowhere"});
-    EXPECT_EQ(Json({"status"})["tracing"].dump(), R"({"on":true,"toFile":true,"verbosity":0,"path":"/nowhere"})");
+    EXPECT_EQ(Json({"status"})["tracing"].dump(), R"({"on":true,"toFile":true,"verbosity":0,)" + path);
     Done({"reg", "add", key, "TraceToFile", "REG_DWORD", "0"});
     Done({"reg", "add", key, "DoTrace", "REG_SZ", "1"});
-    EXPECT_EQ(Json({"status"})["tracing"].dump(), R"({"on":false,"toFile":false,"verbosity":0,"path":"/nowhere"})")
+    EXPECT_EQ(Json({"status"})["tracing"].dump(), R"({"on":false,"toFile":false,"verbosity":0,)" + path)
         << "a value of another type does not count";
 }
 

@@ -187,6 +187,9 @@ TEST_F(CliTrace, FromOnToOff) {
     ASSERT_EQ(status["files"].size(), 1u);
     EXPECT_EQ(status["verbosity"], 10);
     const std::string shown = Done({"trace", "show", status["files"][0]["path"].get<std::string>()});
+    std::string version = Done({"version"});
+    version.pop_back();
+    EXPECT_NE(shown.find("FileVersion: " + version + ".0\n"), shown.npos);
     EXPECT_NE(shown.find("  > CServerInfo::GetInfo\n"), shown.npos);
     EXPECT_NE(shown.find("! 0x80070002 it does not exist\n"), shown.npos);
     EXPECT_NE(shown.find("  < CServerInfo::FinalRelease\n"), shown.npos);

@@ -50,7 +50,8 @@
 // A file that is cut keeps its owner, and by TRUNCATE_EXISTING its attributes. CREATE_ALWAYS over a hidden file that
 // does not ask for a hidden one gives 5; success over a file that is there has the last error ERROR_ALREADY_EXISTS
 // (183). What is no plain file gives 5, as does a symbolic link that neither root nor the user of this process put
-// there; other links are followed, also to a file that is to be made. A file of a third's is not appended to: 5.
+// there; other links are followed, also to a file that is to be made. A file of a third's is not written to by those
+// who share: 5.
 //
 // Of the security of a new file this system keeps an owner and a mode: the owner, who must be the user of this process
 // or nobody named (else 1307), reads and writes if the access list lets that user; all others if it lets Everyone.
