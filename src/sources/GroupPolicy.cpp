@@ -2,7 +2,7 @@
 //
 // Every value becomes an item named by its key's path below the root, a backslash and its own name. The nine
 // authentication policies come first and are asked for by name; the two subtrees in which they lie are not walked.
-#include <vector>
+#include <deque>
 
 #include "module/Failure.h"
 #include "module/RegistryKey.h"
@@ -25,8 +25,12 @@ wstr NameBelow(const wstr& path, LPCWSTR leaf) {
     return name.append(path).append(1, W('\\')).append(leaf);
 }
 
-// A key whose subkeys are being walked. The levels lie on the heap: a tree may be deeper than the stack.
+// A key that is being walked, and its subkeys within it, in the trace as well. The levels lie on the heap: a tree may be
+// deeper than the stack.
 struct CLevel {
+    explicit CLevel(wstr relative) noexcept : path(std::move(relative)) {}
+
+    OVTraceNS::CTraceScope scope{"CServerInfo::InsertGPOValues", 0};
     CRegistryKey key;
     wstr path;  // relative to the root, empty for the root itself
     DWORD next = 0;
@@ -68,10 +72,10 @@ void CServerInfo::InsertFromKey(CPolicyItem item, LPCWSTR key) {
 }
 
 void CServerInfo::InsertGPOValues(LPCWSTR szSubKey) {
-    std::vector<CLevel> levels;
+    std::deque<CLevel> levels;
     const auto enter = [&](wstr path) {
-        CRegistryKey key;
-        if (InsertGPOKey(path, key)) levels.push_back({std::move(key), std::move(path)});
+        CLevel& level = levels.emplace_back(std::move(path));
+        if (!InsertGPOKey(level.path, level.key, level.scope)) levels.pop_back();
     };
     enter(szSubKey ? szSubKey : W(""));
     while (!levels.empty()) {
@@ -87,8 +91,7 @@ void CServerInfo::InsertGPOValues(LPCWSTR szSubKey) {
 }
 
 // The values of one key. False when there is nothing to be walked beneath it.
-bool CServerInfo::InsertGPOKey(const wstr& path, CRegistryKey& key) {
-    OVTraceNS::CTraceScope scope("CServerInfo::InsertGPOValues", 0);
+bool CServerInfo::InsertGPOKey(const wstr& path, CRegistryKey& key, OVTraceNS::CTraceScope& scope) {
     if (!path.empty()) {
         scope.Print("szSubKey = %ls", path.c_str());
         if (IsExcluded(path.c_str())) return false;

@@ -120,7 +120,7 @@ template <class Ask, class Put, class Differs, class Add>
 HRESULT CServerInfo::SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, Ask ask, Put put, Differs differs,
                                   Add add) noexcept {
     bool changed = false;
-    const HRESULT hr = AtBoundary(scope, [&]() -> HRESULT {
+    const HRESULT hr = Guarded([&]() -> HRESULT {
         RaiseIfFailed(AccessCheck2(nullptr, kWriteItems, nullptr));
         const HRESULT before = ask();
         LPCWSTR leaf = name;
@@ -134,6 +134,7 @@ HRESULT CServerInfo::SetPlainItem(LPCWSTR name, OVTraceNS::CTraceScope& scope, A
         return S_OK;
     });
     if (changed) LogWrite(name, hr, kEventValueSet, kEventValueSetFailed, scope, add);
+    scope.Result("", hr);
     return hr;
 }
 
@@ -218,7 +219,7 @@ STDMETHODIMP CServerInfo::DeleteItem(LPCWSTR name) {
     const CComPtr<IUnknown> alive = StayAlive();
     wstr old;
     bool changed = false;
-    const HRESULT hr = AtBoundary(scope, [&]() -> HRESULT {
+    const HRESULT hr = Guarded([&]() -> HRESULT {
         if (IsNoName(name)) return E_INVALIDARG;
         RaiseIfFailed(AccessCheck2(nullptr, kReadItems | kWriteItems, nullptr));
         CRecord before(name);
@@ -237,5 +238,6 @@ STDMETHODIMP CServerInfo::DeleteItem(LPCWSTR name) {
         LogWrite(name, hr, kEventItemDeleted, kEventItemDeleteFailed, scope,
                  [&](LogEvent& event) { event << old.c_str(); });
     }
+    scope.Result("", hr);
     return hr;
 }

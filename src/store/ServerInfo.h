@@ -115,7 +115,7 @@ class CServerInfo : public CComObjectRootEx<CComMultiThreadModel>,
 
     // The machine's Group Policy: sources/GroupPolicy.cpp. The caller holds m_lock.
     void InsertGPOValues(LPCWSTR szSubKey);  // relative to the root of the tree; null for the root itself
-    bool InsertGPOKey(const wstr& path, CRegistryKey& key);
+    bool InsertGPOKey(const wstr& path, CRegistryKey& key, OVTraceNS::CTraceScope& scope);
     void InsertAuthPolicyGPO(HKEY hKey, LPCWSTR name);
     // An item of a registry key, below HKEY_LOCAL_MACHINE; a stronger one stays.
     void InsertFromKey(CPolicyItem item, LPCWSTR key);
