@@ -25,8 +25,8 @@ wstr NameBelow(const wstr& path, LPCWSTR leaf) {
     return name.append(path).append(1, W('\\')).append(leaf);
 }
 
-// A key that is being walked, and its subkeys within it, in the trace as well. The levels lie on the heap: a tree may be
-// deeper than the stack.
+// A key that is being walked, and its subkeys within it, in the trace as well. The levels lie on the heap: a tree may
+// be deeper than the stack.
 struct CLevel {
     explicit CLevel(wstr relative) noexcept : path(std::move(relative)) {}
 
